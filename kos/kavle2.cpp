@@ -1,0 +1,2 @@
+// placeholder until the OS library lands
+#include "kos/kavle2.h"
