@@ -1,0 +1,328 @@
+#include "quote/quote_text.h"
+
+#include <cstring>
+
+#include "quote/text_builder.h"
+#include "udp/field_reader.h"
+
+using tikron::CopyText;
+using tikron::FieldLen;
+using tikron::TextWriter;
+
+namespace {
+
+constexpr char kSep = '\x01';
+constexpr int kHeaderRoom = 15;  // bytes kept free for the 33100 header
+
+// Working copy of a text with one separator appended, so the last field is
+// closed like every other one.
+class WorkText {
+public:
+    // 0, -1 for a null text, QUOTE_TEXT_TOO_LONG when it does not fit.
+    int Load(const char* text) {
+        if (text == nullptr) return -1;
+        const std::size_t len = strnlen(text, sizeof m_buf);
+        if (len > static_cast<std::size_t>(QUOTE_TEXT_MAX_LEN)) return QUOTE_TEXT_TOO_LONG;
+        std::memcpy(m_buf, text, len);
+        m_buf[len] = kSep;
+        m_buf[len + 1] = '\0';
+        m_cur = m_buf;
+        return 0;
+    }
+    const char** Cursor() { return &m_cur; }
+    bool AtEnd() const { return *m_cur == '\0'; }
+
+private:
+    char m_buf[QUOTE_TEXT_MAX_LEN + 2];
+    const char* m_cur = m_buf;
+};
+
+// Field readers bound to one working text. After the first failure every
+// further call is skipped, so the fields behind it keep what they held and
+// Result() names the first failing field's code.
+class FieldSeq {
+public:
+    explicit FieldSeq(WorkText& w) : m_cur(w.Cursor()) {}
+    FieldSeq& Char(char& c) {
+        if (m_rc == 0) m_rc = GetNextValue(m_cur, 1, c, kSep);
+        return *this;
+    }
+    FieldSeq& Int(int& i) {
+        if (m_rc == 0) m_rc = GetNextValue(m_cur, 4, i, kSep);
+        return *this;
+    }
+    FieldSeq& Dbl(double& d) {
+        if (m_rc == 0) m_rc = GetNextValue(m_cur, 8, d, kSep);
+        return *this;
+    }
+    template <std::size_t N>
+    FieldSeq& Text(char (&s)[N]) {
+        if (m_rc == 0) m_rc = GetNextValue(m_cur, static_cast<int>(N), s, kSep);
+        return *this;
+    }
+    int Result() const { return m_rc; }
+
+private:
+    const char** m_cur;
+    int m_rc = 0;
+};
+
+// Reads the 46 fields of a 33100 text into a working record; depth fields
+// 31-46 only when text remains after field 30.
+int ReadQrx(const char* text, tagQRX_HQ& q) {
+    WorkText work;
+    const int rc = work.Load(text);
+    if (rc != 0) return rc;
+    FieldSeq f(work);
+    f.Char(q.quote_type).Int(q.quote_length).Int(q.update_time).Int(q.quote_index);
+    f.Text(q.futu_exch_type).Text(q.commodity_type).Text(q.futu_code);
+    f.Dbl(q.pre_settlement_price).Dbl(q.pre_close_price);
+    // Written as a fixed-point number, read as an int (atoi stops at '.').
+    f.Int(q.pre_open_interest);
+    f.Dbl(q.pre_delta).Dbl(q.futu_open_price).Dbl(q.futu_last_price);
+    f.Dbl(q.buy_high_price).Int(q.buy_high_amount).Dbl(q.low_sell_price).Int(q.low_sell_amount);
+    f.Dbl(q.futu_high_price).Dbl(q.futu_low_price).Dbl(q.uplimited_price);
+    f.Dbl(q.downlimited_price).Dbl(q.average_price).Dbl(q.change_direction);
+    f.Int(q.business_amount).Int(q.open_interest).Dbl(q.business_balance);
+    f.Dbl(q.futu_close_price).Dbl(q.square_price).Int(q.curr_date).Dbl(q.curr_delta);
+    if (f.Result() != 0 || work.AtEnd()) return f.Result();  // no depth: stays zero
+    f.Dbl(q.buy_price2).Int(q.buy_amount2).Dbl(q.buy_price3).Int(q.buy_amount3);
+    f.Dbl(q.buy_price4).Int(q.buy_amount4).Dbl(q.buy_price5).Int(q.buy_amount5);
+    f.Dbl(q.sale_price2).Int(q.sale_amount2).Dbl(q.sale_price3).Int(q.sale_amount3);
+    f.Dbl(q.sale_price4).Int(q.sale_amount4).Dbl(q.sale_price5).Int(q.sale_amount5);
+    return f.Result();
+}
+
+// Copies the fields both quote layouts take from a 33100 text. The exchange
+// code keeps its first 2 characters, the contract code its first N-1.
+template <typename T>
+void CopyQrxCommon(const tagQRX_HQ& q, T& out) {
+    std::memset(out.contract_code, 0, sizeof out.contract_code);
+    std::memcpy(out.contract_code, q.futu_code,
+                strnlen(q.futu_code, sizeof out.contract_code - 1));
+    std::memset(out.futu_exch_type, 0, sizeof out.futu_exch_type);
+    std::memcpy(out.futu_exch_type, q.futu_exch_type, strnlen(q.futu_exch_type, 2));
+    out.pre_square_price = q.pre_settlement_price;
+    out.pre_close_price = q.pre_close_price;
+    out.pre_open_interest = q.pre_open_interest;
+    out.pre_delta = q.pre_delta;
+    out.futu_open_price = q.futu_open_price;
+    out.futu_last_price = q.futu_last_price;
+    out.buy_high_price = q.buy_high_price;
+    out.buy_high_amount = q.buy_high_amount;
+    out.sale_low_price = q.low_sell_price;
+    out.sale_low_amount = q.low_sell_amount;
+    out.futu_high_price = q.futu_high_price;
+    out.futu_low_price = q.futu_low_price;
+    out.uplimited_price = q.uplimited_price;
+    out.downlimited_price = q.downlimited_price;
+    out.average_price = q.average_price;
+    out.change_direction = q.change_direction;
+    out.business_amount = q.business_amount;
+    out.bear_amount = q.open_interest;
+    out.futu_close_price = q.futu_close_price;
+    out.square_price = q.square_price;
+    out.bid_price2 = q.buy_price2;
+    out.bid_volume2 = q.buy_amount2;
+    out.bid_price3 = q.buy_price3;
+    out.bid_volume3 = q.buy_amount3;
+    out.bid_price4 = q.buy_price4;
+    out.bid_volume4 = q.buy_amount4;
+    out.bid_price5 = q.buy_price5;
+    out.bid_volume5 = q.buy_amount5;
+    out.ask_price2 = q.sale_price2;
+    out.ask_volume2 = q.sale_amount2;
+    out.ask_price3 = q.sale_price3;
+    out.ask_volume3 = q.sale_amount3;
+    out.ask_price4 = q.sale_price4;
+    out.ask_volume4 = q.sale_amount4;
+    out.ask_price5 = q.sale_price5;
+    out.ask_volume5 = q.sale_amount5;
+}
+
+}  // namespace
+
+int Convert24To33105(tagEXCHSTATUS* r, char* text, int size) {
+    if (r == nullptr || text == nullptr || size < 1) return -1;
+    TextWriter w(text, static_cast<std::size_t>(size));
+    w.Add("%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%d", FieldLen(r->futu_exch_type), r->futu_exch_type,
+          FieldLen(r->futu_status), r->futu_status, r->can_trade);
+    return w.Truncated() ? QUOTE_TEXT_TRUNCATED : 0;
+}
+
+int Convert18To33102(tagArgHQInfo* r, char* text, int size) {
+    if (r == nullptr || text == nullptr || size < 1) return -1;
+    TextWriter w(text, static_cast<std::size_t>(size));
+    w.Add("%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%c" TIKRON_SEP
+          "%f" TIKRON_SEP "%d" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP
+          "%d" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f",
+          FieldLen(r->contract_code), r->contract_code, FieldLen(r->futu_exch_type),
+          r->futu_exch_type, FieldLen(r->first_code), r->first_code, FieldLen(r->second_code),
+          r->second_code, r->arbi_type, r->buy_price, r->buy_amount, r->buy_total_amount,
+          r->sale_price, r->sale_amount, r->sale_total_amount, r->futu_high_price,
+          r->futu_low_price, r->uplimited_price, r->downlimited_price);
+    return w.Truncated() ? QUOTE_TEXT_TRUNCATED : 0;
+}
+
+char* Convert22To33100(tagHQInfo_EX* r, char* buf, int size) {
+    if (buf == nullptr) return nullptr;
+    if (r == nullptr || size <= kHeaderRoom + 1) {
+        if (size >= 1) buf[0] = '\0';
+        return buf;
+    }
+    char* body = buf + kHeaderRoom;
+    TextWriter w(body, static_cast<std::size_t>(size - kHeaderRoom));
+    w.Add("%d" TIKRON_SEP "%d" TIKRON_SEP, r->time_stamp, 0);
+    w.Add("%.*s" TIKRON_SEP, FieldLen(r->futu_exch_type), r->futu_exch_type);
+    w.Add(TIKRON_SEP);  // commodity type: always empty
+    w.Add("%.*s" TIKRON_SEP, FieldLen(r->contract_code), r->contract_code);
+    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP, r->pre_square_price,
+          r->pre_close_price, r->pre_open_interest, r->pre_delta);
+    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->futu_open_price,
+          r->futu_last_price, r->buy_high_price, r->buy_high_amount);
+    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP, r->sale_low_price, r->sale_low_amount);
+    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP, r->futu_high_price,
+          r->futu_low_price, r->uplimited_price, r->downlimited_price);
+    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP, r->average_price, r->change_direction);
+    w.Add("%d" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP, r->business_amount, r->bear_amount,
+          r->business_balance);
+    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP, r->futu_close_price,
+          r->square_price, 0, r->curr_delta);
+    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->bid_price2,
+          r->bid_volume2, r->bid_price3, r->bid_volume3);
+    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->bid_price4,
+          r->bid_volume4, r->bid_price5, r->bid_volume5);
+    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->ask_price2,
+          r->ask_volume2, r->ask_price3, r->ask_volume3);
+    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d", r->ask_price4, r->ask_volume4,
+          r->ask_price5, r->ask_volume5);
+
+    char header[kHeaderRoom + 1];
+    const int hlen = std::snprintf(header, sizeof header, "0" TIKRON_SEP "%d" TIKRON_SEP,
+                                   static_cast<int>(w.Length()));
+    // The body length has at most 10 digits, so the header always fits.
+    char* start = body - hlen;
+    std::memcpy(start, header, static_cast<std::size_t>(hlen));
+    return start;
+}
+
+int Convert33105To24(const char* text, tagEXCHSTATUS* r) {
+    if (r == nullptr) return -1;
+    WorkText work;
+    const int rc = work.Load(text);
+    if (rc != 0) return rc;
+    return FieldSeq(work).Text(r->futu_exch_type).Text(r->futu_status).Int(r->can_trade).Result();
+}
+
+int Convert33102To18(const char* text, tagArgHQInfo* r) {
+    if (r == nullptr) return -1;
+    WorkText work;
+    const int rc = work.Load(text);
+    if (rc != 0) return rc;
+    FieldSeq f(work);
+    f.Text(r->contract_code).Text(r->futu_exch_type).Text(r->first_code).Text(r->second_code);
+    f.Char(r->arbi_type).Dbl(r->buy_price).Int(r->buy_amount).Int(r->buy_total_amount);
+    f.Dbl(r->sale_price).Int(r->sale_amount).Int(r->sale_total_amount);
+    f.Dbl(r->futu_high_price).Dbl(r->futu_low_price).Dbl(r->uplimited_price);
+    f.Dbl(r->downlimited_price);
+    return f.Result();
+}
+
+int Convert33100To22(const char* text, tagHQInfo_EX* r) {
+    if (r == nullptr) return -1;
+    tagQRX_HQ q;
+    std::memset(&q, 0, sizeof q);
+    const int rc = ReadQrx(text, q);
+    if (rc != 0) return rc;
+    CopyQrxCommon(q, *r);
+    r->time_stamp = q.update_time;
+    r->business_balance = q.business_balance;
+    // curr_delta (field 30) is not taken: the record keeps its own.
+    return 0;
+}
+
+int Convert33100To16(const char* text, tagHQInfo* r) {
+    if (r == nullptr) return -1;
+    tagQRX_HQ q;
+    std::memset(&q, 0, sizeof q);
+    const int rc = ReadQrx(text, q);
+    if (rc != 0) return rc;
+    CopyQrxCommon(q, *r);
+    // The legacy layout's traded value is the traded amount (field 24).
+    r->business_balance = q.business_amount;
+    r->curr_delta = q.curr_delta;
+    return 0;
+}
+
+int ConvertHq22To16(tagHQInfo_EX* s, tagHQInfo& d) {
+    if (s == nullptr) return -1;
+    CopyText(d.contract_code, s->contract_code);
+    CopyText(d.futu_exch_type, s->futu_exch_type);
+    d.pre_square_price = s->pre_square_price;
+    d.futu_open_price = s->futu_open_price;
+    d.futu_last_price = s->futu_last_price;
+    d.buy_high_price = s->buy_high_price;
+    d.buy_high_amount = s->buy_high_amount;
+    d.buy_total_amount = s->buy_total_amount;
+    d.sale_low_price = s->sale_low_price;
+    d.sale_low_amount = s->sale_low_amount;
+    d.sale_total_amount = s->sale_total_amount;
+    d.futu_high_price = s->futu_high_price;
+    d.futu_low_price = s->futu_low_price;
+    d.average_price = s->average_price;
+    d.change_direction = s->change_direction;
+    d.business_amount = s->business_amount;
+    d.bear_amount = s->bear_amount;
+    d.business_balance = s->business_balance;
+    d.uplimited_price = s->uplimited_price;
+    d.downlimited_price = s->downlimited_price;
+    d.form_buy_price = s->form_buy_price;
+    d.form_sale_price = s->form_sale_price;
+    d.form_buy_amount = s->form_buy_amount;
+    d.form_sale_amount = s->form_sale_amount;
+    d.pre_close_price = s->pre_close_price;
+    d.pre_open_interest = s->pre_open_interest;
+    d.futu_close_price = s->futu_close_price;
+    d.square_price = s->square_price;
+    d.pre_delta = s->pre_delta;
+    d.curr_delta = s->curr_delta;
+    d.bid_price2 = s->bid_price2;
+    d.bid_volume2 = s->bid_volume2;
+    d.bid_price3 = s->bid_price3;
+    d.bid_volume3 = s->bid_volume3;
+    d.bid_price4 = s->bid_price4;
+    d.bid_volume4 = s->bid_volume4;
+    d.bid_price5 = s->bid_price5;
+    d.bid_volume5 = s->bid_volume5;
+    d.ask_price2 = s->ask_price2;
+    d.ask_volume2 = s->ask_volume2;
+    d.ask_price3 = s->ask_price3;
+    d.ask_volume3 = s->ask_volume3;
+    d.ask_price4 = s->ask_price4;
+    d.ask_volume4 = s->ask_volume4;
+    d.ask_price5 = s->ask_price5;
+    d.ask_volume5 = s->ask_volume5;
+    return 0;
+}
+
+const char* ConvertExch(const char* exch, bool toCode) {
+    if (exch == nullptr) return "";
+    if (toCode) {
+        // Byte-wise substring search on GBK text; the first match decides.
+        if (std::strstr(exch, "郑") != nullptr) return "F1";
+        if (std::strstr(exch, "大") != nullptr) return "F2";
+        if (std::strstr(exch, "上海") != nullptr) return "F3";
+        if (std::strstr(exch, "金融") != nullptr) return "F4";
+        if (std::strstr(exch, "能源") != nullptr || std::strstr(exch, "原油") != nullptr) return "F5";
+        return exch;
+    }
+    if (exch[0] == '\0') return exch;  // no second character to look at
+    switch (exch[1]) {
+        case '1': return "郑州交易所";
+        case '2': return "大连交易所";
+        case '3': return "上海交易所";
+        case '4': return "金融交易所";
+        case '5': return "能源交易所";
+        default: return exch;
+    }
+}
