@@ -1,0 +1,75 @@
+// FIFO between the UDP receiving thread (producer) and the datagram consumer
+// thread. The lock guards only the list; the event is signalled outside it.
+#pragma once
+
+#include <pthread.h>
+
+#include <deque>
+
+#include "runtime/vl_sync.h"
+
+// Plain non-recursive process-private mutex.
+class ManualLock {
+public:
+    ManualLock() { pthread_mutex_init(&m_mutex, nullptr); }
+    ~ManualLock() { pthread_mutex_destroy(&m_mutex); }
+    ManualLock(const ManualLock&) = delete;
+    ManualLock& operator=(const ManualLock&) = delete;
+    void Lock() { pthread_mutex_lock(&m_mutex); }
+    void UnLock() { pthread_mutex_unlock(&m_mutex); }
+
+private:
+    pthread_mutex_t m_mutex;
+};
+
+template <typename T>
+class CMessageQueue {
+public:
+    CMessageQueue() = default;
+    CMessageQueue(const CMessageQueue&) = delete;
+    CMessageQueue& operator=(const CMessageQueue&) = delete;
+
+    // Appends; wakes the consumer when the queue was empty before.
+    void Push(T item) {
+        lock.Lock();
+        lst.push_back(item);
+        bool first = lst.size() == 1;
+        lock.UnLock();
+        if (first) evt.Notify();
+    }
+
+    // Front item, or a value-initialised T (null) when empty.
+    T TryPop() {
+        lock.Lock();
+        T item{};
+        if (!lst.empty()) {
+            item = lst.front();
+            lst.pop_front();
+        }
+        lock.UnLock();
+        return item;
+    }
+
+    // Waits up to ms milliseconds for an item when the queue is empty.
+    T Pop(long ms) {
+        T item = TryPop();
+        if (item != T{} || ms == 0) return item;
+        evt.Wait(ms);
+        return TryPop();
+    }
+
+    // Wakes a waiting consumer without an item (used when stopping).
+    void Wake() { evt.Notify(); }
+
+    size_t Size() {
+        lock.Lock();
+        size_t n = lst.size();
+        lock.UnLock();
+        return n;
+    }
+
+private:
+    CEvent evt;
+    ManualLock lock;
+    std::deque<T> lst;
+};

@@ -1,0 +1,51 @@
+// Datagram dispatch by record type, the framing check, and the record
+// handlers that do not process their records yet.
+#include <cstdlib>
+#include <cstring>
+
+#include "frame/tikron_service.h"
+
+int CTIKRONServiceImpl::DoUDPHelper(void* data, int len) {
+    if (data == nullptr || len < 1) return -2;
+    switch (static_cast<const char*>(data)[0]) {
+        case '0': return m_iDealUdpHq ? DealUDP_hq(data, len) : 0;
+        case '9': return m_iDealUdpHq ? DealUDP_argHq(data, len) : 0;
+        case 'A': return DealUDP_exchStatus(data, len);
+        case 'B': return m_iDealUdpHq ? DealUDP_xjHq(data, len) : 0;
+        case 'C': return m_iDealUdpHb ? DealUDP_BJHB(data, len) : 0;
+        case '3': return m_iDealUdpHb ? DealUDP_HB(data, len) : 0;
+        case 'F': return DealUDP_OffsetSet(data, len);
+        case 'E': return DealUDP_ZJZH_BZJHB(data, len);
+        case 'S': return DealPUSH_STP(data, len);
+        case 'D': return DealPUSH_EXERCISESTATUS(data, len);
+        case 'X': return DealPUSH_OPT_ENTRUST(data, len);
+        case 'Y': return DealPUSH_OPT_CJHB(data, len);
+        case 'Z': return DealPUSH_OPT_HQ(data, len);
+        default: return -2;
+    }
+}
+
+int CTIKRONServiceImpl::CheckUDPData(void* data, int len) {
+    if (data == nullptr) return -1;
+    const char* text = static_cast<const char*>(data);
+    // Reads stay within len: a short datagram has an empty text part and
+    // only the digits it carries.
+    char digits[6] = {0};
+    int avail = len - 1 < 0 ? 0 : (len - 1 > 5 ? 5 : len - 1);
+    memcpy(digits, text + 1, static_cast<size_t>(avail));
+    int declared = atoi(digits);
+    size_t textLen = len > 6 ? strnlen(text + 6, static_cast<size_t>(len - 6)) : 0;
+    if (declared > 0 && static_cast<size_t>(declared) > textLen) return -2;
+    return static_cast<unsigned char>(text[0]);
+}
+
+int CTIKRONServiceImpl::DealUDP_hq(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealUDP_argHq(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealUDP_exchStatus(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealUDP_xjHq(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealUDP_BJHB(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealPUSH_STP(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealPUSH_EXERCISESTATUS(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealPUSH_OPT_ENTRUST(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealPUSH_OPT_CJHB(void*, int) { return 0; }
+int CTIKRONServiceImpl::DealPUSH_OPT_HQ(void*, int) { return 0; }
