@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "quote/text_builder.h"
-#include "udp/field_reader.h"
+#include "quote/text_fields.h"
 
 using tikron::CopyText;
 using tikron::FieldLen;
@@ -11,69 +11,18 @@ using tikron::TextWriter;
 
 namespace {
 
-constexpr char kSep = '\x01';
 constexpr int kHeaderRoom = 15;  // bytes kept free for the 33100 header
 
-// Working copy of a text with one separator appended, so the last field is
-// closed like every other one.
-class WorkText {
-public:
-    // 0, -1 for a null text, QUOTE_TEXT_TOO_LONG when it does not fit.
-    int Load(const char* text) {
-        if (text == nullptr) return -1;
-        const std::size_t len = strnlen(text, sizeof m_buf);
-        if (len > static_cast<std::size_t>(QUOTE_TEXT_MAX_LEN)) return QUOTE_TEXT_TOO_LONG;
-        std::memcpy(m_buf, text, len);
-        m_buf[len] = kSep;
-        m_buf[len + 1] = '\0';
-        m_cur = m_buf;
-        return 0;
-    }
-    const char** Cursor() { return &m_cur; }
-    bool AtEnd() const { return *m_cur == '\0'; }
-
-private:
-    char m_buf[QUOTE_TEXT_MAX_LEN + 2];
-    const char* m_cur = m_buf;
-};
-
-// Field readers bound to one working text. After the first failure every
-// further call is skipped, so the fields behind it keep what they held and
-// Result() names the first failing field's code.
-class FieldSeq {
-public:
-    explicit FieldSeq(WorkText& w) : m_cur(w.Cursor()) {}
-    FieldSeq& Char(char& c) {
-        if (m_rc == 0) m_rc = GetNextValue(m_cur, 1, c, kSep);
-        return *this;
-    }
-    FieldSeq& Int(int& i) {
-        if (m_rc == 0) m_rc = GetNextValue(m_cur, 4, i, kSep);
-        return *this;
-    }
-    FieldSeq& Dbl(double& d) {
-        if (m_rc == 0) m_rc = GetNextValue(m_cur, 8, d, kSep);
-        return *this;
-    }
-    template <std::size_t N>
-    FieldSeq& Text(char (&s)[N]) {
-        if (m_rc == 0) m_rc = GetNextValue(m_cur, static_cast<int>(N), s, kSep);
-        return *this;
-    }
-    int Result() const { return m_rc; }
-
-private:
-    const char** m_cur;
-    int m_rc = 0;
-};
+using QuoteWork = tikron::WorkText<QUOTE_TEXT_MAX_LEN + 2>;
+using tikron::FieldSeq;
 
 // Reads the 46 fields of a 33100 text into a working record; depth fields
 // 31-46 only when text remains after field 30.
 int ReadQrx(const char* text, tagQRX_HQ& q) {
-    WorkText work;
-    const int rc = work.Load(text);
+    QuoteWork work;
+    const int rc = work.Load(text, QUOTE_TEXT_TOO_LONG);
     if (rc != 0) return rc;
-    FieldSeq f(work);
+    FieldSeq f(work.Cursor());
     f.Char(q.quote_type).Int(q.quote_length).Int(q.update_time).Int(q.quote_index);
     f.Text(q.futu_exch_type).Text(q.commodity_type).Text(q.futu_code);
     f.Dbl(q.pre_settlement_price).Dbl(q.pre_close_price);
@@ -208,18 +157,18 @@ char* Convert22To33100(tagHQInfo_EX* r, char* buf, int size) {
 
 int Convert33105To24(const char* text, tagEXCHSTATUS* r) {
     if (r == nullptr) return -1;
-    WorkText work;
-    const int rc = work.Load(text);
+    QuoteWork work;
+    const int rc = work.Load(text, QUOTE_TEXT_TOO_LONG);
     if (rc != 0) return rc;
-    return FieldSeq(work).Text(r->futu_exch_type).Text(r->futu_status).Int(r->can_trade).Result();
+    return FieldSeq(work.Cursor()).Text(r->futu_exch_type).Text(r->futu_status).Int(r->can_trade).Result();
 }
 
 int Convert33102To18(const char* text, tagArgHQInfo* r) {
     if (r == nullptr) return -1;
-    WorkText work;
-    const int rc = work.Load(text);
+    QuoteWork work;
+    const int rc = work.Load(text, QUOTE_TEXT_TOO_LONG);
     if (rc != 0) return rc;
-    FieldSeq f(work);
+    FieldSeq f(work.Cursor());
     f.Text(r->contract_code).Text(r->futu_exch_type).Text(r->first_code).Text(r->second_code);
     f.Char(r->arbi_type).Dbl(r->buy_price).Int(r->buy_amount).Int(r->buy_total_amount);
     f.Dbl(r->sale_price).Int(r->sale_amount).Int(r->sale_total_amount);
