@@ -25,20 +25,20 @@ int ReadQrx(const char* text, tagQRX_HQ& q) {
     FieldSeq f(work.Cursor());
     f.Char(q.quote_type).Int(q.quote_length).Int(q.update_time).Int(q.quote_index);
     f.Text(q.futu_exch_type).Text(q.commodity_type).Text(q.futu_code);
-    f.Dbl(q.pre_settlement_price).Dbl(q.pre_close_price);
+    f.Dbl(TIKRON_DBL(q.pre_settlement_price)).Dbl(TIKRON_DBL(q.pre_close_price));
     // Written as a fixed-point number, read as an int (atoi stops at '.').
     f.Int(q.pre_open_interest);
-    f.Dbl(q.pre_delta).Dbl(q.futu_open_price).Dbl(q.futu_last_price);
-    f.Dbl(q.buy_high_price).Int(q.buy_high_amount).Dbl(q.low_sell_price).Int(q.low_sell_amount);
-    f.Dbl(q.futu_high_price).Dbl(q.futu_low_price).Dbl(q.uplimited_price);
-    f.Dbl(q.downlimited_price).Dbl(q.average_price).Dbl(q.change_direction);
-    f.Int(q.business_amount).Int(q.open_interest).Dbl(q.business_balance);
-    f.Dbl(q.futu_close_price).Dbl(q.square_price).Int(q.curr_date).Dbl(q.curr_delta);
+    f.Dbl(TIKRON_DBL(q.pre_delta)).Dbl(TIKRON_DBL(q.futu_open_price)).Dbl(TIKRON_DBL(q.futu_last_price));
+    f.Dbl(TIKRON_DBL(q.buy_high_price)).Int(q.buy_high_amount).Dbl(TIKRON_DBL(q.low_sell_price)).Int(q.low_sell_amount);
+    f.Dbl(TIKRON_DBL(q.futu_high_price)).Dbl(TIKRON_DBL(q.futu_low_price)).Dbl(TIKRON_DBL(q.uplimited_price));
+    f.Dbl(TIKRON_DBL(q.downlimited_price)).Dbl(TIKRON_DBL(q.average_price)).Dbl(TIKRON_DBL(q.change_direction));
+    f.Int(q.business_amount).Int(q.open_interest).Dbl(TIKRON_DBL(q.business_balance));
+    f.Dbl(TIKRON_DBL(q.futu_close_price)).Dbl(TIKRON_DBL(q.square_price)).Int(q.curr_date).Dbl(TIKRON_DBL(q.curr_delta));
     if (f.Result() != 0 || work.AtEnd()) return f.Result();  // no depth: stays zero
-    f.Dbl(q.buy_price2).Int(q.buy_amount2).Dbl(q.buy_price3).Int(q.buy_amount3);
-    f.Dbl(q.buy_price4).Int(q.buy_amount4).Dbl(q.buy_price5).Int(q.buy_amount5);
-    f.Dbl(q.sale_price2).Int(q.sale_amount2).Dbl(q.sale_price3).Int(q.sale_amount3);
-    f.Dbl(q.sale_price4).Int(q.sale_amount4).Dbl(q.sale_price5).Int(q.sale_amount5);
+    f.Dbl(TIKRON_DBL(q.buy_price2)).Int(q.buy_amount2).Dbl(TIKRON_DBL(q.buy_price3)).Int(q.buy_amount3);
+    f.Dbl(TIKRON_DBL(q.buy_price4)).Int(q.buy_amount4).Dbl(TIKRON_DBL(q.buy_price5)).Int(q.buy_amount5);
+    f.Dbl(TIKRON_DBL(q.sale_price2)).Int(q.sale_amount2).Dbl(TIKRON_DBL(q.sale_price3)).Int(q.sale_amount3);
+    f.Dbl(TIKRON_DBL(q.sale_price4)).Int(q.sale_amount4).Dbl(TIKRON_DBL(q.sale_price5)).Int(q.sale_amount5);
     return f.Result();
 }
 
@@ -170,10 +170,10 @@ int Convert33102To18(const char* text, tagArgHQInfo* r) {
     if (rc != 0) return rc;
     FieldSeq f(work.Cursor());
     f.Text(r->contract_code).Text(r->futu_exch_type).Text(r->first_code).Text(r->second_code);
-    f.Char(r->arbi_type).Dbl(r->buy_price).Int(r->buy_amount).Int(r->buy_total_amount);
-    f.Dbl(r->sale_price).Int(r->sale_amount).Int(r->sale_total_amount);
-    f.Dbl(r->futu_high_price).Dbl(r->futu_low_price).Dbl(r->uplimited_price);
-    f.Dbl(r->downlimited_price);
+    f.Char(r->arbi_type).Dbl(TIKRON_DBL(r->buy_price)).Int(r->buy_amount).Int(r->buy_total_amount);
+    f.Dbl(TIKRON_DBL(r->sale_price)).Int(r->sale_amount).Int(r->sale_total_amount);
+    f.Dbl(TIKRON_DBL(r->futu_high_price)).Dbl(TIKRON_DBL(r->futu_low_price)).Dbl(TIKRON_DBL(r->uplimited_price));
+    f.Dbl(TIKRON_DBL(r->downlimited_price));
     return f.Result();
 }
 

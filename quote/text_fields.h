@@ -58,8 +58,16 @@ public:
         if (m_rc == 0) m_rc = GetNextValue(m_cur, 4, i, kTextSep);
         return *this;
     }
-    FieldSeq& Dbl(double& d) {
-        if (m_rc == 0) m_rc = GetNextValue(m_cur, 8, d, kTextSep);
+    // Doubles of the 4-byte packed records may be misaligned, so no
+    // reference to them is formed: the value goes through set (see
+    // TIKRON_DBL).
+    template <typename Set>
+    FieldSeq& Dbl(Set set) {
+        if (m_rc == 0) {
+            double v = 0.0;
+            m_rc = GetNextValue(m_cur, 8, v, kTextSep);
+            if (m_rc == 0) set(v);
+        }
         return *this;
     }
     template <std::size_t M>
@@ -76,3 +84,6 @@ private:
 };
 
 }  // namespace tikron
+
+// Setter for FieldSeq::Dbl that assigns a possibly misaligned double field.
+#define TIKRON_DBL(lvalue) [&](double v_) { (lvalue) = v_; }

@@ -166,11 +166,11 @@ int Convert33101ToCj(const char* text, tagCJ_EX* r, int /*size*/) {
     if (f.Ok()) ReplaceWord(r->entrust_name, ConvertBS(r->entrust_name[0]));
     f.Text(r->direction_name);
     if (f.Ok()) ReplaceWord(r->direction_name, ConvertKP(r->direction_name[0]));
-    f.Dbl(r->business_price).Dbl(r->business_amount).Text(r->hedge_name);
+    f.Dbl(TIKRON_DBL(r->business_price)).Dbl(TIKRON_DBL(r->business_amount)).Text(r->hedge_name);
     if (f.Ok()) ReplaceWord(r->hedge_name, ConvertHedge(r->hedge_name[0]));
     f.Int(r->fund_account).Text(r->futu_report_no).Text(r->firm_no).Text(r->operator_no);
     f.Int(r->client_group).Int(r->entrust_amount).Int(r->business_total_amount);
-    f.Int(r->cacel_amount).Dbl(r->entrust_price).Char(r->entrust_status);
+    f.Int(r->cacel_amount).Dbl(TIKRON_DBL(r->entrust_price)).Char(r->entrust_status);
     f.Int(r->branch_no).Int(r->batch_no).Char(r->futu_entrust_type).Int(r->amount_per_hand);
     f.Char(r->forceclose_reason).Int(r->init_date).Int(r->business_time);
     f.Text(r->confirm_no).Text(r->entrust_occasion);
@@ -193,7 +193,7 @@ int Convert33101ToWT(const char* text, tagWTQR_EX* r, int /*size*/) {
     if (f.Ok()) ReplaceWord(r->hedge_name, ConvertHedge(r->hedge_name[0]));
     f.Int(r->fund_account).Text(r->futu_report_no).Text(r->firm_no).Text(r->operator_no);
     f.Int(r->client_group).Int(r->entrust_amount).Int(r->business_total_amount);
-    f.Int(r->cacel_amount).Dbl(r->entrust_price).Char(r->entrust_status);
+    f.Int(r->cacel_amount).Dbl(TIKRON_DBL(r->entrust_price)).Char(r->entrust_status);
     f.Int(r->branch_no).Int(r->batch_no).Char(r->futu_entrust_type).Int(r->amount_per_hand);
     f.Char(r->forceclose_reason).Int(r->init_date).Int(r->curr_time);
     f.Text(r->confirm_no).Text(r->entrust_occasion);
