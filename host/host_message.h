@@ -55,15 +55,20 @@ public:
     int GetCount() override;  // highest set index + 1
 
     void Clear();
-    bool Empty() const { return m_values.empty() && m_raw.empty(); }
+    bool Empty() const { return m_values.empty() && m_rawLen == 0; }
     const std::vector<ItemValue>& Values() const { return m_values; }
-    const std::vector<char>& Raw() const { return m_raw; }
+    std::vector<char> Raw() const { return std::vector<char>(m_raw.data(), m_raw.data() + m_rawLen); }
 
 private:
     friend class CHostMessage;
     CHostMessage* m_owner;
     std::vector<ItemValue> m_values;
+    void SetRaw(const char* p, size_t n);
+    // Raw bytes followed by kRawPad zero bytes, so a reader peeking at a
+    // short buffer's first bytes (version checks) stays inside the block.
+    static constexpr size_t kRawPad = 8;
     std::vector<char> m_raw;
+    size_t m_rawLen = 0;
     std::string m_scratch;  // decimal text of an int read as string
 };
 
@@ -128,6 +133,7 @@ private:
     friend class CHostMessageItem;
     void NoteUse() const;  // records a use after release
     CHostMessageItem* Item(int tag);
+    static void SetIntQuiet(CHostMessageItem* item, int value);
 
     CHostMessageFactory* m_factory;
     std::atomic<bool> m_released{false};

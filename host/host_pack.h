@@ -144,7 +144,8 @@ private:
     CHostPackSvr* m_svr;
     int m_version;
     std::atomic<int> m_refs{1};
-    std::vector<char> m_bytes;
+    std::vector<char> m_bytes;  // the opened buffer plus zero padding
+    size_t m_bytesLen = 0;
     PackedBody m_body;
     size_t m_row = 0;
     std::vector<std::string> m_text;  // per-column text of the current row
@@ -171,7 +172,8 @@ public:
 private:
     friend class CHostPacker;
     friend class CHostUnPacker;
-    void Forget(IKnown* obj);
+    void Forget(CHostPacker* p);
+    void Forget(CHostUnPacker* u);
 
     mutable std::mutex m_mutex;
     std::set<CHostPacker*> m_packers;

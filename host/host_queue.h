@@ -103,6 +103,7 @@ private:
 
 // What a test wants in a message.
 struct MessageSpec {
+    MessageSpec(int function = 0, int packet = 0) : functionNo(function), packetType(packet) {}
     int functionNo = 0;
     int packetType = 0;      // item 3
     int issueType = -1;      // item 53, -1: not set

@@ -1,0 +1,325 @@
+// Host message and message items.
+#include "host/host_message.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/host_queue.h"
+#include "host/wire.h"
+
+namespace hostemu {
+
+namespace {
+
+// atoi without the overflow: clamps to the int range.
+int ToInt(const std::string& s) {
+    errno = 0;
+    long long v = strtoll(s.c_str(), nullptr, 10);
+    if (v > INT_MAX) return INT_MAX;
+    if (v < INT_MIN) return INT_MIN;
+    return static_cast<int>(v);
+}
+
+std::string ValueText(const ItemValue& v) {
+    if (v.kind == ItemValue::Int) return std::to_string(v.i);
+    return v.s;
+}
+
+}  // namespace
+
+// --- item ------------------------------------------------------------------
+
+int CHostMessageItem::QueryInterface(const char*, IKnown** out) {
+    if (out != nullptr) *out = nullptr;
+    return 0;
+}
+
+const char* CHostMessageItem::GetString(int index) {
+    m_owner->NoteUse();
+    if (index < 0 || index >= static_cast<int>(m_values.size())) return "";
+    const ItemValue& v = m_values[static_cast<size_t>(index)];
+    if (v.kind == ItemValue::Str) return v.s.c_str();
+    if (v.kind == ItemValue::Int) {
+        m_scratch = std::to_string(v.i);
+        return m_scratch.c_str();
+    }
+    return "";
+}
+
+int CHostMessageItem::GetInt(int index) {
+    m_owner->NoteUse();
+    if (index < 0 || index >= static_cast<int>(m_values.size())) return 0;
+    const ItemValue& v = m_values[static_cast<size_t>(index)];
+    if (v.kind == ItemValue::Int) return v.i;
+    if (v.kind == ItemValue::Str) return ToInt(v.s);
+    return 0;
+}
+
+const void* CHostMessageItem::GetRawData(int* len, int /*index*/) {
+    m_owner->NoteUse();
+    if (m_rawLen == 0) {
+        if (len != nullptr) *len = 0;
+        return nullptr;
+    }
+    if (len != nullptr) *len = static_cast<int>(m_rawLen);
+    return m_raw.data();
+}
+
+int CHostMessageItem::SetString(const char* value, int index) {
+    m_owner->NoteUse();
+    if (index < 0 || index > kMaxItemIndex) return -1;
+    if (m_values.size() <= static_cast<size_t>(index)) m_values.resize(static_cast<size_t>(index) + 1);
+    ItemValue& v = m_values[static_cast<size_t>(index)];
+    v.kind = ItemValue::Str;
+    v.i = 0;
+    v.s = value != nullptr ? value : "";
+    return 0;
+}
+
+int CHostMessageItem::SetInt(int value, int index) {
+    m_owner->NoteUse();
+    if (index < 0 || index > kMaxItemIndex) return -1;
+    if (m_values.size() <= static_cast<size_t>(index)) m_values.resize(static_cast<size_t>(index) + 1);
+    ItemValue& v = m_values[static_cast<size_t>(index)];
+    v.kind = ItemValue::Int;
+    v.i = value;
+    v.s.clear();
+    return 0;
+}
+
+int CHostMessageItem::SetRawData(const void* data, int len) {
+    m_owner->NoteUse();
+    if (data == nullptr || len <= 0) {
+        SetRaw(nullptr, 0);
+        return 0;
+    }
+    SetRaw(static_cast<const char*>(data), static_cast<size_t>(len));
+    return 0;
+}
+
+void CHostMessageItem::SetRaw(const char* p, size_t n) {
+    if (n == 0) {
+        m_raw.clear();
+        m_rawLen = 0;
+        return;
+    }
+    m_raw.assign(n + kRawPad, 0);
+    memcpy(m_raw.data(), p, n);
+    m_rawLen = n;
+}
+
+int CHostMessageItem::GetCount() {
+    m_owner->NoteUse();
+    return static_cast<int>(m_values.size());
+}
+
+void CHostMessageItem::Clear() {
+    m_values.clear();
+    m_raw.clear();
+    m_rawLen = 0;
+}
+
+// --- snapshots ---------------------------------------------------------------
+
+std::string ItemSnapshot::Str(int index) const {
+    if (index < 0 || index >= static_cast<int>(values.size())) return "";
+    return ValueText(values[static_cast<size_t>(index)]);
+}
+
+int ItemSnapshot::Int(int index) const {
+    if (index < 0 || index >= static_cast<int>(values.size())) return 0;
+    const ItemValue& v = values[static_cast<size_t>(index)];
+    if (v.kind == ItemValue::Int) return v.i;
+    if (v.kind == ItemValue::Str) return ToInt(v.s);
+    return 0;
+}
+
+int MessageSnapshot::Int(int tag, int index) const {
+    auto it = items.find(tag);
+    return it == items.end() ? 0 : it->second.Int(index);
+}
+
+std::string MessageSnapshot::Str(int tag, int index) const {
+    auto it = items.find(tag);
+    return it == items.end() ? std::string() : it->second.Str(index);
+}
+
+std::vector<char> MessageSnapshot::Raw(int tag) const {
+    auto it = items.find(tag);
+    return it == items.end() ? std::vector<char>() : it->second.raw;
+}
+
+// --- encoding ----------------------------------------------------------------
+
+namespace {
+const char kMagic[4] = {'E', 'S', 'B', 'M'};
+constexpr uint32_t kMaxItems = kMaxTag + 1;
+}  // namespace
+
+std::vector<char> EncodeMessage(const MessageSnapshot& m) {
+    std::vector<char> out;
+    wire::PutBytes(out, kMagic, 4);
+    wire::PutU32(out, static_cast<uint32_t>(m.items.size()));
+    for (const auto& kv : m.items) {
+        wire::PutI32(out, kv.first);
+        wire::PutU32(out, static_cast<uint32_t>(kv.second.values.size()));
+        for (const ItemValue& v : kv.second.values) {
+            out.push_back(static_cast<char>(v.kind));
+            if (v.kind == ItemValue::Int) {
+                wire::PutI32(out, v.i);
+            } else if (v.kind == ItemValue::Str) {
+                wire::PutU32(out, static_cast<uint32_t>(v.s.size()));
+                wire::PutBytes(out, v.s.data(), v.s.size());
+            }
+        }
+        wire::PutU32(out, static_cast<uint32_t>(kv.second.raw.size()));
+        wire::PutBytes(out, kv.second.raw.data(), kv.second.raw.size());
+    }
+    return out;
+}
+
+int DecodeMessage(const void* buf, int len, MessageSnapshot* out) {
+    if (buf == nullptr || len < 0 || out == nullptr) return -1;
+    wire::Reader r(buf, static_cast<size_t>(len));
+    char magic[4];
+    if (!r.Raw(4, magic) || memcmp(magic, kMagic, 4) != 0) return -2;
+    uint32_t count;
+    if (!r.U32(&count) || count > kMaxItems) return -3;
+    MessageSnapshot m;
+    for (uint32_t i = 0; i < count; ++i) {
+        int32_t tag;
+        uint32_t nvalues;
+        if (!r.I32(&tag) || tag < 0 || tag > kMaxTag || m.items.count(tag) != 0) return -4;
+        if (!r.U32(&nvalues) || nvalues > static_cast<uint32_t>(kMaxItemIndex) + 1) return -5;
+        ItemSnapshot item;
+        item.values.resize(nvalues);
+        for (ItemValue& v : item.values) {
+            unsigned char kind;
+            if (!r.U8(&kind)) return -6;
+            if (kind == ItemValue::Int) {
+                v.kind = ItemValue::Int;
+                if (!r.I32(&v.i)) return -6;
+            } else if (kind == ItemValue::Str) {
+                uint32_t n;
+                v.kind = ItemValue::Str;
+                if (!r.U32(&n) || !r.Bytes(n, &v.s)) return -6;
+            } else if (kind != ItemValue::None) {
+                return -7;
+            }
+        }
+        uint32_t rawLen;
+        std::string raw;
+        if (!r.U32(&rawLen) || !r.Bytes(rawLen, &raw)) return -8;
+        item.raw.assign(raw.begin(), raw.end());
+        m.items.emplace(tag, std::move(item));
+    }
+    if (r.Left() != 0) return -9;
+    *out = std::move(m);
+    return 0;
+}
+
+// --- message -----------------------------------------------------------------
+
+CHostMessage::CHostMessage(CHostMessageFactory* factory) : m_factory(factory) {}
+CHostMessage::~CHostMessage() = default;
+
+void CHostMessage::NoteUse() const {
+    if (m_released.load(std::memory_order_relaxed) && m_factory != nullptr) m_factory->OnUseAfterRelease();
+}
+
+int CHostMessage::QueryInterface(const char* id, IKnown** out) {
+    NoteUse();
+    if (out == nullptr) return 0;
+    (void)id;  // messages expose no other interface
+    *out = nullptr;
+    return 0;
+}
+
+int CHostMessage::AddRef() {
+    NoteUse();
+    return 1;
+}
+
+int CHostMessage::Release() {
+    if (m_factory != nullptr) m_factory->OnRelease(this);
+    return 1;
+}
+
+CHostMessageItem* CHostMessage::Item(int tag) {
+    auto it = m_items.find(tag);
+    if (it != m_items.end()) return it->second.get();
+    auto* item = new CHostMessageItem(this);
+    m_items.emplace(tag, std::unique_ptr<CHostMessageItem>(item));
+    return item;
+}
+
+IESBMessageItem* CHostMessage::GetItem(int tag) {
+    NoteUse();
+    if (tag < 0 || tag > kMaxTag) return nullptr;
+    return Item(tag);
+}
+
+MessageSnapshot CHostMessage::Snapshot() const {
+    MessageSnapshot s;
+    for (const auto& kv : m_items) {
+        if (kv.second->Empty()) continue;
+        ItemSnapshot item;
+        item.values = kv.second->Values();
+        item.raw = kv.second->Raw();
+        s.items.emplace(kv.first, std::move(item));
+    }
+    return s;
+}
+
+const void* CHostMessage::GetBuffer(int* len) {
+    NoteUse();
+    m_encoded = EncodeMessage(Snapshot());
+    if (len != nullptr) *len = static_cast<int>(m_encoded.size());
+    return m_encoded.data();
+}
+
+void CHostMessage::ClearAll() {
+    // Items are kept (pointers handed out stay valid), only emptied.
+    for (auto& kv : m_items) kv.second->Clear();
+    m_encoded.clear();
+}
+
+// Index 0 of an item, without counting another use.
+void CHostMessage::SetIntQuiet(CHostMessageItem* item, int value) {
+    if (item->m_values.empty()) item->m_values.resize(1);
+    item->m_values[0].kind = ItemValue::Int;
+    item->m_values[0].i = value;
+    item->m_values[0].s.clear();
+}
+
+int CHostMessage::Prepare(int packetType, int functionNo) {
+    NoteUse();
+    ClearAll();
+    SetIntQuiet(Item(3), packetType);
+    SetIntQuiet(Item(5), functionNo);
+    return 0;
+}
+
+int CHostMessage::ChangeToAnswer() {
+    NoteUse();
+    SetIntQuiet(Item(3), 1);
+    return 0;
+}
+
+int CHostMessage::SetBuffer(const void* buf, int len) {
+    NoteUse();
+    MessageSnapshot s;
+    int rc = DecodeMessage(buf, len, &s);
+    if (rc != 0) return rc;
+    ClearAll();
+    for (auto& kv : s.items) {
+        CHostMessageItem* item = Item(kv.first);
+        item->m_values = std::move(kv.second.values);
+        item->SetRaw(kv.second.raw.data(), kv.second.raw.size());
+    }
+    return 0;
+}
+
+}  // namespace hostemu
