@@ -22,6 +22,10 @@ inline const char* FindDelim(const char* p, char delim) {
 
 inline bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
+// Powers of ten that are exact in binary64.
+constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                             1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
 // atoi is (int)strtol(s, NULL, 10); strtol clamps to long and the narrowing
 // keeps the low 32 bits. Done on unsigned values so it is defined everywhere.
 inline int NarrowLikeAtoi(long v) {
@@ -71,6 +75,27 @@ double ConvertDouble(const char* p, int n) {
     if (plain && i == n) {
         const char* radix = dot ? nl_langinfo(RADIXCHAR) : ".";
         if (radix != nullptr && radix[0] == '.' && radix[1] == '\0') {
+            // Few digits: mantissa below 2^53 and an exact power of ten make
+            // one IEEE division correctly rounded, i.e. equal to strtod.
+            int k = (p[0] == '-') ? 1 : 0;
+            uint64_t m = 0;
+            int fracDigits = 0;
+            int sig = 0;
+            bool inFrac = false;
+            for (; k < n; ++k) {
+                if (p[k] == '.') {
+                    inFrac = true;
+                    continue;
+                }
+                m = m * 10 + static_cast<uint64_t>(p[k] - '0');
+                if (m != 0) ++sig;
+                if (inFrac) ++fracDigits;
+                if (sig > 15) break;
+            }
+            if (k == n && fracDigits <= 22) {
+                double v = static_cast<double>(m) / kPow10[fracDigits];
+                return p[0] == '-' ? -v : v;
+            }
             double d = 0.0;
             auto res = std::from_chars(p, p + n, d);
             if (res.ec == std::errc() && res.ptr == p + n) return d;
@@ -97,6 +122,20 @@ int GetNextValue(const char** ppCur, int len, char& cOut, char delim) {
 int GetNextValue(const char** ppCur, int len, int& iOut, char delim) {
     if (ppCur == nullptr || *ppCur == nullptr || len <= 0) return -1;
     const char* p = *ppCur;
+    {
+        // One pass for the common [-]digits form ended by the delimiter.
+        const char* q = p;
+        bool neg = *q == '-';
+        if (neg) ++q;
+        long v = 0;
+        const char* digits = q;
+        while (IsDigit(*q) && q - p < kMaxIntField) v = v * 10 + (*q++ - '0');
+        if (q != digits && *q == delim && delim != '\0') {
+            iOut = NarrowLikeAtoi(neg ? -v : v);
+            *ppCur = q + 1;
+            return 0;
+        }
+    }
     const char* d = FindDelim(p, delim);
     if (d == nullptr) return -2;
     long n = d - p;
@@ -127,6 +166,40 @@ int GetNextValue(const char** ppCur, int len, char* pszOut, char delim) {
 int GetNextValue(const char** ppCur, int len, double& dOut, char delim) {
     if (ppCur == nullptr || *ppCur == nullptr || len <= 0) return -1;
     const char* p = *ppCur;
+    {
+        // One pass for the common [-]digits[.digits] form ended by the
+        // delimiter, exact under the same conditions as in ConvertDouble.
+        const char* q = p;
+        bool neg = *q == '-';
+        if (neg) ++q;
+        uint64_t m = 0;
+        int sig = 0;
+        int frac = 0;
+        const char* digits = q;
+        while (IsDigit(*q) && sig <= 15) {
+            m = m * 10 + static_cast<uint64_t>(*q++ - '0');
+            sig += m != 0;
+        }
+        bool hasDigits = q != digits;
+        bool dot = *q == '.';
+        if (dot && hasDigits) {
+            ++q;
+            while (IsDigit(*q) && sig <= 15) {
+                m = m * 10 + static_cast<uint64_t>(*q++ - '0');
+                sig += m != 0;
+                ++frac;
+            }
+        }
+        if (hasDigits && *q == delim && delim != '\0' && sig <= 15 && frac <= 22 && q - p <= kMaxDoubleField) {
+            const char* radix = dot ? nl_langinfo(RADIXCHAR) : ".";
+            if (radix != nullptr && radix[0] == '.' && radix[1] == '\0') {
+                double v = static_cast<double>(m) / kPow10[frac];
+                dOut = neg ? -v : v;
+                *ppCur = q + 1;
+                return 0;
+            }
+        }
+    }
     const char* d = FindDelim(p, delim);
     if (d == nullptr) return -2;
     long n = d - p;
