@@ -28,17 +28,26 @@ int ReadQrx(const char* text, tagQRX_HQ& q) {
     f.Dbl(TIKRON_DBL(q.pre_settlement_price)).Dbl(TIKRON_DBL(q.pre_close_price));
     // Written as a fixed-point number, read as an int (atoi stops at '.').
     f.Int(q.pre_open_interest);
-    f.Dbl(TIKRON_DBL(q.pre_delta)).Dbl(TIKRON_DBL(q.futu_open_price)).Dbl(TIKRON_DBL(q.futu_last_price));
-    f.Dbl(TIKRON_DBL(q.buy_high_price)).Int(q.buy_high_amount).Dbl(TIKRON_DBL(q.low_sell_price)).Int(q.low_sell_amount);
-    f.Dbl(TIKRON_DBL(q.futu_high_price)).Dbl(TIKRON_DBL(q.futu_low_price)).Dbl(TIKRON_DBL(q.uplimited_price));
-    f.Dbl(TIKRON_DBL(q.downlimited_price)).Dbl(TIKRON_DBL(q.average_price)).Dbl(TIKRON_DBL(q.change_direction));
+    f.Dbl(TIKRON_DBL(q.pre_delta)).Dbl(TIKRON_DBL(q.futu_open_price));
+    f.Dbl(TIKRON_DBL(q.futu_last_price));
+    f.Dbl(TIKRON_DBL(q.buy_high_price)).Int(q.buy_high_amount).Dbl(TIKRON_DBL(q.low_sell_price));
+    f.Int(q.low_sell_amount);
+    f.Dbl(TIKRON_DBL(q.futu_high_price)).Dbl(TIKRON_DBL(q.futu_low_price));
+    f.Dbl(TIKRON_DBL(q.uplimited_price));
+    f.Dbl(TIKRON_DBL(q.downlimited_price)).Dbl(TIKRON_DBL(q.average_price));
+    f.Dbl(TIKRON_DBL(q.change_direction));
     f.Int(q.business_amount).Int(q.open_interest).Dbl(TIKRON_DBL(q.business_balance));
-    f.Dbl(TIKRON_DBL(q.futu_close_price)).Dbl(TIKRON_DBL(q.square_price)).Int(q.curr_date).Dbl(TIKRON_DBL(q.curr_delta));
+    f.Dbl(TIKRON_DBL(q.futu_close_price)).Dbl(TIKRON_DBL(q.square_price)).Int(q.curr_date);
+    f.Dbl(TIKRON_DBL(q.curr_delta));
     if (f.Result() != 0 || work.AtEnd()) return f.Result();  // no depth: stays zero
-    f.Dbl(TIKRON_DBL(q.buy_price2)).Int(q.buy_amount2).Dbl(TIKRON_DBL(q.buy_price3)).Int(q.buy_amount3);
-    f.Dbl(TIKRON_DBL(q.buy_price4)).Int(q.buy_amount4).Dbl(TIKRON_DBL(q.buy_price5)).Int(q.buy_amount5);
-    f.Dbl(TIKRON_DBL(q.sale_price2)).Int(q.sale_amount2).Dbl(TIKRON_DBL(q.sale_price3)).Int(q.sale_amount3);
-    f.Dbl(TIKRON_DBL(q.sale_price4)).Int(q.sale_amount4).Dbl(TIKRON_DBL(q.sale_price5)).Int(q.sale_amount5);
+    f.Dbl(TIKRON_DBL(q.buy_price2)).Int(q.buy_amount2).Dbl(TIKRON_DBL(q.buy_price3));
+    f.Int(q.buy_amount3);
+    f.Dbl(TIKRON_DBL(q.buy_price4)).Int(q.buy_amount4).Dbl(TIKRON_DBL(q.buy_price5));
+    f.Int(q.buy_amount5);
+    f.Dbl(TIKRON_DBL(q.sale_price2)).Int(q.sale_amount2).Dbl(TIKRON_DBL(q.sale_price3));
+    f.Int(q.sale_amount3);
+    f.Dbl(TIKRON_DBL(q.sale_price4)).Int(q.sale_amount4).Dbl(TIKRON_DBL(q.sale_price5));
+    f.Int(q.sale_amount5);
     return f.Result();
 }
 
@@ -160,7 +169,8 @@ int Convert33105To24(const char* text, tagEXCHSTATUS* r) {
     QuoteWork work;
     const int rc = work.Load(text, QUOTE_TEXT_TOO_LONG);
     if (rc != 0) return rc;
-    return FieldSeq(work.Cursor()).Text(r->futu_exch_type).Text(r->futu_status).Int(r->can_trade).Result();
+    FieldSeq f(work.Cursor());
+    return f.Text(r->futu_exch_type).Text(r->futu_status).Int(r->can_trade).Result();
 }
 
 int Convert33102To18(const char* text, tagArgHQInfo* r) {
@@ -172,7 +182,8 @@ int Convert33102To18(const char* text, tagArgHQInfo* r) {
     f.Text(r->contract_code).Text(r->futu_exch_type).Text(r->first_code).Text(r->second_code);
     f.Char(r->arbi_type).Dbl(TIKRON_DBL(r->buy_price)).Int(r->buy_amount).Int(r->buy_total_amount);
     f.Dbl(TIKRON_DBL(r->sale_price)).Int(r->sale_amount).Int(r->sale_total_amount);
-    f.Dbl(TIKRON_DBL(r->futu_high_price)).Dbl(TIKRON_DBL(r->futu_low_price)).Dbl(TIKRON_DBL(r->uplimited_price));
+    f.Dbl(TIKRON_DBL(r->futu_high_price)).Dbl(TIKRON_DBL(r->futu_low_price));
+    f.Dbl(TIKRON_DBL(r->uplimited_price));
     f.Dbl(TIKRON_DBL(r->downlimited_price));
     return f.Result();
 }
@@ -262,7 +273,8 @@ const char* ConvertExch(const char* exch, bool toCode) {
         if (std::strstr(exch, "大") != nullptr) return "F2";
         if (std::strstr(exch, "上海") != nullptr) return "F3";
         if (std::strstr(exch, "金融") != nullptr) return "F4";
-        if (std::strstr(exch, "能源") != nullptr || std::strstr(exch, "原油") != nullptr) return "F5";
+        if (std::strstr(exch, "能源") != nullptr || std::strstr(exch, "原油") != nullptr)
+            return "F5";
         return exch;
     }
     if (exch[0] == '\0') return exch;  // no second character to look at

@@ -361,34 +361,6 @@ TEST(ReportLegacyCopy, DealBoundsEveryTextToItsField) {
     EXPECT_EQ(legacy.firm_no[8], '#');
 }
 
-TEST(ReportLegacyCopy, EntrustCopiesEveryLegacyField) {
-    tagWTQR_EX w;
-    std::memset(&w, 0, sizeof w);
-    w.entrust_no = 5;
-    std::strcpy(w.contract_code, "IF2406");
-    std::strcpy(w.arbitrage_code, "SP IF2406&IF2409");
-    w.weave_type = 2;
-    w.time_condition = 3;
-    w.volume_condition = 1;
-    w.futu_entrust_prop = 4;
-    w.frozen_fare = 1.25;
-    w.curr_time = 91500;
-    std::strcpy(w.entrust_occasion, "dropped");
-    tagWTQR legacy;
-    std::memset(&legacy, 0, sizeof legacy);
-    ASSERT_EQ(ConvertHb23To17(&w, legacy), 0);
-    EXPECT_EQ(legacy.entrust_no, 5);
-    EXPECT_STREQ(legacy.contract_code, "IF2406");
-    EXPECT_STREQ(legacy.arbitrage_code, "SP IF2406&IF2409");
-    EXPECT_EQ(legacy.weave_type, 2);
-    EXPECT_EQ(legacy.time_condition, 3);
-    EXPECT_EQ(legacy.volume_condition, 1);
-    EXPECT_EQ(legacy.futu_entrust_prop, 4);
-    EXPECT_EQ(V(legacy.frozen_fare), 1.25);
-    EXPECT_EQ(legacy.curr_time, 91500);
-    EXPECT_EQ(ConvertHb23To17(nullptr, legacy), -1);
-}
-
 TEST(ReportOtherTexts, QuoteReportAndInquiry) {
     tagBJHB b;
     std::memset(&b, 0, sizeof b);
