@@ -151,8 +151,8 @@ int HostEmulator::Post(IESBMessage* msg, IMessageService* from) {
 }
 
 int HostEmulator::PostFromCenter(IESBMessage* msg) { return Post(msg, &m_center); }
-int HostEmulator::PostFromCenter(const MessageSpec& spec) { return Post(BuildMessage(m_factory, spec), &m_center); }
+int HostEmulator::PostFromCenter(const MessageSpec& fields) { return Post(BuildMessage(m_factory, fields), &m_center); }
 int HostEmulator::PostFromClient(IESBMessage* msg) { return Post(msg, &m_client); }
-int HostEmulator::PostFromClient(const MessageSpec& spec) { return Post(BuildMessage(m_factory, spec), &m_client); }
+int HostEmulator::PostFromClient(const MessageSpec& fields) { return Post(BuildMessage(m_factory, fields), &m_client); }
 
 }  // namespace hostemu

@@ -7,7 +7,7 @@
 //                 "<plugin><args enableudprecv='0'/></plugin></tikron>";
 //   hostemu::HostEmulator host(o);
 //   ASSERT_EQ(0, host.Start()) << host.Error();   // load, init, start
-//   host.PostFromCenter(spec);                    // a message into the plug-in
+//   host.PostFromCenter(fields);                    // a message into the plug-in
 //   host.Center().WaitForCount(1, 2000);          // what it sent on
 //   host.Shutdown();                              // stop, exit, release
 #pragma once
@@ -68,9 +68,9 @@ public:
     // client (from = Client()). Returns the plug-in's PostMsg result; on a
     // non-zero result the message was released here.
     int PostFromCenter(IESBMessage* msg);
-    int PostFromCenter(const MessageSpec& spec);
+    int PostFromCenter(const MessageSpec& fields);
     int PostFromClient(IESBMessage* msg);
-    int PostFromClient(const MessageSpec& spec);
+    int PostFromClient(const MessageSpec& fields);
 
     CHostMessageFactory& Factory() { return m_factory; }
     CHostPackSvr& PackSvr() { return m_packSvr; }

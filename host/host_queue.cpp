@@ -187,14 +187,14 @@ std::string CHostMessageFactory::LeakReport() const {
     return out.str();
 }
 
-CHostMessage* BuildMessage(CHostMessageFactory& factory, const MessageSpec& spec) {
+CHostMessage* BuildMessage(CHostMessageFactory& factory, const MessageSpec& fields) {
     CHostMessage* msg = factory.NewMessage();
-    msg->Prepare(spec.packetType, spec.functionNo);
-    if (spec.issueType != -1) msg->GetItem(53)->SetInt(spec.issueType, 0);
-    if (spec.packetId != -1) msg->GetItem(11)->SetInt(spec.packetId, 0);
-    if (spec.errorFlag != 0) msg->GetItem(7)->SetInt(spec.errorFlag, 0);
-    if (!spec.body.empty()) msg->GetItem(8)->SetRawData(spec.body.data(), static_cast<int>(spec.body.size()));
-    if (!spec.key.empty()) msg->GetItem(54)->SetRawData(spec.key.data(), static_cast<int>(spec.key.size()));
+    msg->Prepare(fields.packetType, fields.functionNo);
+    if (fields.issueType != -1) msg->GetItem(53)->SetInt(fields.issueType, 0);
+    if (fields.packetId != -1) msg->GetItem(11)->SetInt(fields.packetId, 0);
+    if (fields.errorFlag != 0) msg->GetItem(7)->SetInt(fields.errorFlag, 0);
+    if (!fields.body.empty()) msg->GetItem(8)->SetRawData(fields.body.data(), static_cast<int>(fields.body.size()));
+    if (!fields.key.empty()) msg->GetItem(54)->SetRawData(fields.key.data(), static_cast<int>(fields.key.size()));
     return msg;
 }
 

@@ -113,7 +113,7 @@ struct MessageSpec {
     std::vector<char> key;   // item 54 (set when not empty)
 };
 
-// A new message (never null) from the factory filled from the spec.
-CHostMessage* BuildMessage(CHostMessageFactory& factory, const MessageSpec& spec);
+// A new message (never null) from the factory filled from the fields.
+CHostMessage* BuildMessage(CHostMessageFactory& factory, const MessageSpec& fields);
 
 }  // namespace hostemu

@@ -53,10 +53,10 @@ TEST(Loader, FullLifecycleThroughEveryFacet) {
     }
 
     // Echo: a packed request body comes back answered, every value kind typed.
-    MessageSpec spec(1, PACKET_REQUEST);
-    spec.packetId = 41;
-    spec.body = EncodePacked(MakeBody(1, {"text", "n"}, {{"alpha", 10}, {"beta", "20"}}));
-    ASSERT_EQ(0, host.PostFromCenter(spec));
+    MessageSpec fields(1, PACKET_REQUEST);
+    fields.packetId = 41;
+    fields.body = EncodePacked(MakeBody(1, {"text", "n"}, {{"alpha", 10}, {"beta", "20"}}));
+    ASSERT_EQ(0, host.PostFromCenter(fields));
     ASSERT_TRUE(host.Center().WaitForCount(1, 3000));
     MessageSnapshot ans = host.Center().Messages()[0];
     EXPECT_EQ(PACKET_ANSWER, ans.PacketType());
@@ -101,9 +101,9 @@ TEST(Loader, RefusingNeighbourLeavesTheMessageToTheSender) {
     HostEmulator host(TestOptions());
     ASSERT_EQ(0, host.Start()) << host.Error();
     host.Center().SetMode(CHostNeighbour::Refuse);
-    MessageSpec spec(1, PACKET_REQUEST);
-    spec.body = EncodePacked(MakeBody(33, {"text", "n"}, {{"x", 1}}));
-    ASSERT_EQ(0, host.PostFromCenter(spec));
+    MessageSpec fields(1, PACKET_REQUEST);
+    fields.body = EncodePacked(MakeBody(33, {"text", "n"}, {{"x", 1}}));
+    ASSERT_EQ(0, host.PostFromCenter(fields));
     for (int i = 0; i < 300 && host.Center().Refused() == 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(1u, host.Center().Refused());

@@ -63,12 +63,12 @@ TEST(Message, ItemsPrepareAndChangeToAnswer) {
 
 TEST(Message, BufferRoundTripAndMalformedBuffersAreRefused) {
     CHostMessageFactory f;
-    MessageSpec spec(620003, 0);
-    spec.issueType = 16;
-    spec.packetId = 3;
-    spec.body = {'a', '\0', 'b'};
-    spec.key = {'k'};
-    CHostMessage* m = BuildMessage(f, spec);
+    MessageSpec fields(620003, 0);
+    fields.issueType = 16;
+    fields.packetId = 3;
+    fields.body = {'a', '\0', 'b'};
+    fields.key = {'k'};
+    CHostMessage* m = BuildMessage(f, fields);
     m->GetItem(TAG_PATH_STAMP)->SetString("stamp", 2);
     int len = 0;
     const void* p = m->GetBuffer(&len);
@@ -80,8 +80,8 @@ TEST(Message, BufferRoundTripAndMalformedBuffersAreRefused) {
     EXPECT_EQ(620003, s.FunctionNo());
     EXPECT_EQ(16, s.IssueType());
     EXPECT_EQ(3, s.PacketId());
-    EXPECT_EQ(spec.body, s.Body());
-    EXPECT_EQ(spec.key, s.Key());
+    EXPECT_EQ(fields.body, s.Body());
+    EXPECT_EQ(fields.key, s.Key());
     EXPECT_EQ("stamp", s.PathStamp(2));
 
     for (int n = 0; n < len; ++n) {
