@@ -166,7 +166,11 @@ public:
     int m_iUDPRecvBufLen;
     std::map<unsigned long, tagAction*> m_ProcReqActionList;
 
+protected:
+    // Ends the workers, the registration and the heartbeat threads; safe to
+    // call more than once.
+    void StopThreads();
+
 private:
     int ReadSubscribeList(IRCfgObj* mc);
-    void StopThreads();
 };

@@ -1,6 +1,9 @@
 // Configuration read by OnInit, checked on the loaded library.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <ctime>
 #include <string>
 
 #include "frame/frame_test_support.h"
@@ -192,4 +195,29 @@ TEST(ServiceConfigDeathTest, MissingIdentityAbortsInEveryBuild) {
             host.Init();
         },
         "lpID");
+}
+
+TEST(ServiceConfig, TradeReportLogStartsOnlyWithSavehblog) {
+    time_t now = time(nullptr);
+    struct tm t;
+    localtime_r(&now, &t);
+    char path[300];
+    snprintf(path, sizeof(path), "./log/%04d-%02d-%02d-tikrno_A#-1.log", t.tm_year + 1900,
+             t.tm_mon + 1, t.tm_mday);
+    unlink(path);
+    for (const char* args : {"", "<args savehblog=\"0\"/>"}) {
+        hostemu::HostEmulator host(Options(Config(args)));
+        testing::internal::CaptureStdout();
+        ASSERT_EQ(0, host.Start()) << host.Error();
+        testing::internal::GetCapturedStdout();
+        host.Shutdown();
+        EXPECT_NE(0, access(path, F_OK)) << args;
+    }
+    hostemu::HostEmulator host(Options(Config("<args savehblog=\"1\"/>")));
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(0, host.Start()) << host.Error();
+    testing::internal::GetCapturedStdout();
+    host.Shutdown();
+    EXPECT_EQ(0, access(path, F_OK)) << path;
+    unlink(path);
 }

@@ -1,6 +1,10 @@
 // The loaded service through the emulator: facets, lifecycle, registration
 // and the dispatcher's release rules.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <thread>
@@ -200,5 +204,89 @@ TEST(ServiceDispatch, HeartbeatRequestIsAnsweredToTheCenter) {
     ASSERT_EQ(0, host.PostFromClient(hbAnswer));
     EXPECT_TRUE(WaitNoLiveMessages(host, 3000));
     EXPECT_EQ(0u, host.Factory().Stats().doubleReleases);
+    host.Shutdown();
+}
+
+TEST(ServiceLifecycle, UdpReceiverStartsAndIsFreedOnStop) {
+    hostemu::HostEmulator host(Options(Config("<args enableudprecv=\"1\" port=\"0\" udprecvbuflen=\"1\"/>")));
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(0, host.Start()) << host.Error();
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(std::string::npos, out.find("\nset the udp recv-buffer size")) << out;
+    EXPECT_TRUE(host.Log().WaitFor("set the udp recv-buffer size", 1000));
+    EXPECT_TRUE(host.Log().WaitFor("udp recv start on port: 0!", 1000));
+    EXPECT_EQ(0u, host.Log().CountContaining("没有启动UDP接收功能!"));
+    CTIKRONServiceImpl* s = Svc(host);
+    ASSERT_NE(nullptr, s->m_pUDPRecv);
+    unsigned port = s->m_pUDPRecv->GetPort();
+    ASSERT_NE(0u, port);
+
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    ASSERT_GE(fd, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(static_cast<uint16_t>(port));
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const char datagram[] = "Q00003abc";
+    for (int i = 0; i < 3; ++i)
+        sendto(fd, datagram, sizeof(datagram) - 1, 0, reinterpret_cast<sockaddr*>(&to), sizeof(to));
+    close(fd);
+    for (int i = 0; i < 200 && s->m_pUDPRecv->GetRecvCount() < 3; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(3u, s->m_pUDPRecv->GetRecvCount());
+
+    ASSERT_EQ(0, host.Stop()) << host.Error();
+    EXPECT_EQ(nullptr, s->m_pUDPRecv);
+    host.Shutdown();
+}
+
+TEST(ServiceLifecycle, UdpInitFailureStartsNoWorker) {
+    // Hold a port without SO_REUSEADDR so the receiver cannot bind it.
+    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    ASSERT_GE(fd, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_ANY);
+    ASSERT_EQ(0, bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)));
+    socklen_t len = sizeof(addr);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
+    std::string port = std::to_string(ntohs(addr.sin_port));
+
+    hostemu::HostEmulator host(Options(Config("<args enableudprecv=\"1\" port=\"" + port + "\"/>")));
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(0, host.Start()) << host.Error();
+    testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(host.Log().WaitFor("init udp recv fail, error code:", 1000));
+    CTIKRONServiceImpl* s = Svc(host);
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(pthread_t(), s->m_lpThreadID[i]);
+    // No registration thread runs: nothing reaches the center.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_TRUE(host.Center().MessagesOf(2).empty());
+    host.Shutdown();
+    close(fd);
+}
+
+TEST(ServiceHeartbeat, DailyResetRunsOnceForANewDate) {
+    hostemu::HostEmulator host(Options(Config("<args inittime=\"-1\"/>")));
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(0, host.Start()) << host.Error();
+    testing::internal::GetCapturedStdout();
+    CTIKRONServiceImpl* s = Svc(host);
+    const int today = s->m_iInitDate.load();
+    // OnStart marks today as done: no reset on the first passes.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+    EXPECT_EQ(0u, host.Log().CountContaining("初始化成功"));
+
+    s->m_uiRecvUDPHB = 5;
+    s->m_uiRecvCJNum = 6;
+    s->m_iInitDate = 20000101;  // as if the last reset was long ago
+    char expected[128];
+    snprintf(expected, sizeof(expected), "原日期: %d, 初始化时间: -1, 初始化成功, 日期: %d!", today, today);
+    ASSERT_TRUE(host.Log().WaitFor(expected, 3000));
+    EXPECT_EQ(today, s->m_iInitDate.load());
+    EXPECT_EQ(0u, s->m_uiRecvUDPHB.load());
+    EXPECT_EQ(0u, s->m_uiRecvCJNum.load());
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+    EXPECT_EQ(1u, host.Log().CountContaining("初始化成功"));
     host.Shutdown();
 }

@@ -39,6 +39,9 @@ CTIKRONServiceImpl::CTIKRONServiceImpl()
 }
 
 CTIKRONServiceImpl::~CTIKRONServiceImpl() {
+    // Workers call this object's virtual handlers: they end before any part
+    // of it is destroyed, also when the host skipped OnStop.
+    StopThreads();
     m_bStop = true;
     m_qUDPData.Wake();
     if (m_bThreadStarted) pthread_join(m_hThread, nullptr);

@@ -14,6 +14,14 @@ const char* const map_direction_name[7] = {
 
 FutuLog* FutuLog::m_logger = nullptr;
 
+namespace {
+// Frees the instance when the library is unloaded or the process ends, after
+// its thread wrote what was still queued.
+struct LoggerReaper {
+    ~LoggerReaper() { FutuLog::Destroy(); }
+} g_reaper;
+}  // namespace
+
 time2str::time2str(time_t t, TFormat format) {
     memset(buf, 0, sizeof(buf));
     struct tm tmv;
