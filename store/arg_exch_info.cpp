@@ -10,7 +10,13 @@ int CTIKRONARGInfo::GetHQFromData(const char* pData, int iLen, tagArgHQInfo* pRe
     if ((r = GetNextValue(&cur, (cap), (dst), d)) != 0) \
         return r
 #define TK_S(f) TK_RD(static_cast<int>(sizeof pRec->f), pRec->f)
-#define TK_D(f) TK_RD(1, pRec->f)
+// Through an aligned local: packed doubles may be misaligned.
+#define TK_D(f)                                                 \
+    {                                                           \
+        decltype(pRec->f) tmp{};                                \
+        if ((r = GetNextValue(&cur, 1, tmp, d)) != 0) return r; \
+        pRec->f = tmp;                                          \
+    }
     TK_S(contract_code);
     TK_S(futu_exch_type);
     TK_S(first_code);
@@ -35,6 +41,8 @@ int CExchStatusInfo::GetHQFromData(const char* pData, int iLen, tagEXCHSTATUS* p
     if ((r = GetNextValue(&cur, static_cast<int>(sizeof pRec->futu_exch_type), pRec->futu_exch_type, ',')) != 0)
         return r;
     if ((r = GetNextValue(&cur, static_cast<int>(sizeof pRec->futu_status), pRec->futu_status, ',')) != 0) return r;
-    if ((r = GetNextValue(&cur, 1, pRec->can_trade, ',')) != 0) return r;
+    int iCanTrade = 0;
+    if ((r = GetNextValue(&cur, 1, iCanTrade, ',')) != 0) return r;
+    pRec->can_trade = iCanTrade;
     return AddHQInfo(pRec, 0);
 }

@@ -151,7 +151,7 @@ TEST(QuoteTable, UnwritableFileKeepsTableAuthoritativeAndLogsOnce) {
     }
     tagHQInfo q = Quote("au2506", 0, 0);
     ASSERT_EQ(table.GetHQInfo(&q), 1);
-    EXPECT_EQ(q.futu_last_price, 549.0);
+    EXPECT_EQ(double(q.futu_last_price), 549.0);
     size_t failures = 0;
     for (auto& l : log.lines) failures += l.function == "CBaseHQInfo::WriteToFile" ? 1 : 0;
     EXPECT_EQ(failures, 1u);
@@ -206,14 +206,14 @@ TEST(QuoteSnapshot, KilledProcessLeavesEveryUpdateInTheFile) {
         auto it = t.GetHQMap().find(CMapKey(codes[k]));
         ASSERT_NE(it, t.GetHQMap().end());
         EXPECT_EQ(it->second->iRecordNo, k + 1);
-        EXPECT_EQ(it->second->szHQInfo.futu_last_price, 1000.0 * (k + 1) + 19);
+        EXPECT_EQ(double(it->second->szHQInfo.futu_last_price), 1000.0 * (k + 1) + 19);
     }
     t.UnlockMap();
     EXPECT_EQ(t.GetRecvNum(), 0u);
     // The restored table keeps writing into the same slots.
     tagHQInfo q = Quote("m2505", 1.0, 1);
     ASSERT_EQ(t.AddHQInfo(&q, 0), 0);
-    EXPECT_EQ(SlotOf<tagHQInfo>(hq, 4).szHQInfo.futu_last_price, 1.0);
+    EXPECT_EQ(double(SlotOf<tagHQInfo>(hq, 4).szHQInfo.futu_last_price), 1.0);
     EXPECT_EQ(FileSize(hq), static_cast<long>(16 + 6 * sizeof(tagSaveHQInfo<tagHQInfo>)));
 
     CExchStatusInfo s(ex.c_str());
@@ -275,7 +275,7 @@ TEST(QuoteSnapshot, PartialTailDuplicatesAndDamagedFiles) {
         ASSERT_EQ(t.GetCount(), 2u);
         tagHQInfo q = Quote("au2506", 0, 0);
         ASSERT_EQ(t.GetHQInfo(&q), 1);
-        EXPECT_EQ(q.futu_last_price, 3.0);
+        EXPECT_EQ(double(q.futu_last_price), 3.0);
         tagHQInfo n = Quote("SR501", 5.0, 5);
         ASSERT_EQ(t.AddHQInfo(&n, 0), 0);
         EXPECT_EQ(FileSize(p2), static_cast<long>(16 + 4 * R));
@@ -294,7 +294,7 @@ TEST(QuoteSnapshot, PartialTailDuplicatesAndDamagedFiles) {
         tagHQInfo q = Quote("IF2412", 7.0, 7);
         ASSERT_EQ(t.AddHQInfo(&q, 0), 0);
         EXPECT_EQ(FileSize(p3), static_cast<long>(16 + 2 * R));
-        EXPECT_EQ(SlotOf<tagHQInfo>(p3, 2).szHQInfo.futu_last_price, 7.0);
+        EXPECT_EQ(double(SlotOf<tagHQInfo>(p3, 2).szHQInfo.futu_last_price), 7.0);
     }
     std::string p4 = dir.File("tikron_short.db");
     WriteAll(p4, std::string("\x01\x02\x03", 3));

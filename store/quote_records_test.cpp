@@ -52,23 +52,24 @@ void FillSingleLeg(R& r, Layout& L, size_t codeWidth, size_t s) {
     L.Str(0, codeWidth, "IF2412");
     double dv = 1.25;
     int iv = 100;
-    auto D = [&](double& f, size_t off) { f = dv; L.Dbl(off + s, dv); dv += 1.0; };
+    // Packed doubles may be misaligned: write them by address, never by reference.
+    auto D = [&](double* f, size_t off) { std::memcpy(f, &dv, sizeof dv); L.Dbl(off + s, dv); dv += 1.0; };
     auto I = [&](int& f, size_t off) { f = iv; L.Int(off + s, iv); iv += 3; };
-    D(r.pre_square_price, 16); D(r.futu_open_price, 24); D(r.futu_last_price, 32); D(r.buy_high_price, 40);
-    I(r.buy_high_amount, 48); I(r.buy_total_amount, 52); D(r.sale_low_price, 56);
+    D(&r.pre_square_price, 16); D(&r.futu_open_price, 24); D(&r.futu_last_price, 32); D(&r.buy_high_price, 40);
+    I(r.buy_high_amount, 48); I(r.buy_total_amount, 52); D(&r.sale_low_price, 56);
     I(r.sale_low_amount, 64); I(r.sale_total_amount, 68);
-    D(r.futu_high_price, 72); D(r.futu_low_price, 80); D(r.average_price, 88); D(r.change_direction, 96);
+    D(&r.futu_high_price, 72); D(&r.futu_low_price, 80); D(&r.average_price, 88); D(&r.change_direction, 96);
     I(r.business_amount, 104); I(r.bear_amount, 108);
-    D(r.business_balance, 112); D(r.uplimited_price, 120); D(r.downlimited_price, 128);
+    D(&r.business_balance, 112); D(&r.uplimited_price, 120); D(&r.downlimited_price, 128);
     std::strcpy(r.futu_exch_type, "F4");
     L.Str(136 + s, 3, "F4");
-    D(r.form_buy_price, 140); D(r.form_sale_price, 148); I(r.form_buy_amount, 156); I(r.form_sale_amount, 160);
-    D(r.pre_close_price, 164); D(r.pre_open_interest, 172); D(r.futu_close_price, 180); D(r.square_price, 188);
-    D(r.pre_delta, 196); D(r.curr_delta, 204);
-    D(r.bid_price2, 212); I(r.bid_volume2, 220); D(r.bid_price3, 224); I(r.bid_volume3, 232);
-    D(r.bid_price4, 236); I(r.bid_volume4, 244); D(r.bid_price5, 248); I(r.bid_volume5, 256);
-    D(r.ask_price2, 260); I(r.ask_volume2, 268); D(r.ask_price3, 272); I(r.ask_volume3, 280);
-    D(r.ask_price4, 284); I(r.ask_volume4, 292); D(r.ask_price5, 296); I(r.ask_volume5, 304);
+    D(&r.form_buy_price, 140); D(&r.form_sale_price, 148); I(r.form_buy_amount, 156); I(r.form_sale_amount, 160);
+    D(&r.pre_close_price, 164); D(&r.pre_open_interest, 172); D(&r.futu_close_price, 180); D(&r.square_price, 188);
+    D(&r.pre_delta, 196); D(&r.curr_delta, 204);
+    D(&r.bid_price2, 212); I(r.bid_volume2, 220); D(&r.bid_price3, 224); I(r.bid_volume3, 232);
+    D(&r.bid_price4, 236); I(r.bid_volume4, 244); D(&r.bid_price5, 248); I(r.bid_volume5, 256);
+    D(&r.ask_price2, 260); I(r.ask_volume2, 268); D(&r.ask_price3, 272); I(r.ask_volume3, 280);
+    D(&r.ask_price4, 284); I(r.ask_volume4, 292); D(&r.ask_price5, 296); I(r.ask_volume5, 304);
 }
 
 TEST(QuoteRecordLayout, SingleLegLegacyAndExtended) {
@@ -153,7 +154,8 @@ TEST(QuoteRecordLayout, ExchangeFeedRecordPairs) {
     int* amounts[] = {&q.buy_amount2, &q.buy_amount3, &q.buy_amount4, &q.buy_amount5,
                       &q.sale_amount2, &q.sale_amount3, &q.sale_amount4, &q.sale_amount5};
     for (int k = 0; k < 8; ++k) {
-        *prices[k] = 100.5 + k;
+        double v = 100.5 + k;
+        std::memcpy(prices[k], &v, sizeof v);  // may be misaligned
         *amounts[k] = 10 + k;
     }
     const unsigned char* p = reinterpret_cast<const unsigned char*>(&q);

@@ -15,7 +15,14 @@ int ReadSingleLegFields(const char** ppCur, R& rec) {
 #define TK_RD(cap, dst)                                  \
     if ((r = GetNextValue(ppCur, (cap), (dst), d)) != 0) \
         return r
-#define TK_D(f) TK_RD(1, rec.f)
+// Numeric fields go through an aligned local: packed doubles may sit at
+// addresses a double reference must not bind to.
+#define TK_D(f)                                                  \
+    {                                                            \
+        decltype(rec.f) tmp{};                                   \
+        if ((r = GetNextValue(ppCur, 1, tmp, d)) != 0) return r; \
+        rec.f = tmp;                                             \
+    }
 #define TK_S(f) TK_RD(static_cast<int>(sizeof rec.f), rec.f)
     TK_S(contract_code);
     TK_D(pre_square_price); TK_D(futu_open_price); TK_D(futu_last_price); TK_D(buy_high_price);

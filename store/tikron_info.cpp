@@ -15,8 +15,10 @@ int CTIKRONInfo_EX::GetHQFromData(const char* pData, int iLen, tagHQInfo_EX* pRe
     int r = tikron_store::ReadSingleLegFields(&cur, *pRec);
     if (r != 0) return r;
     if (*cur != '&') {
-        r = GetNextValue(&cur, 1, pRec->time_stamp, ',');
+        int iStamp = 0;
+        r = GetNextValue(&cur, 1, iStamp, ',');
         if (r != 0) return r;
+        pRec->time_stamp = iStamp;
     }
     return AddHQInfo(pRec, 0);
 }
