@@ -1,10 +1,11 @@
-// Datagram dispatch by record type, the framing check, and the record
-// handlers that do not process their records yet.
+// Datagram dispatch by record type and the framing check the handlers use.
 #include <cstdlib>
 #include <cstring>
 
 #include "frame/tikron_service.h"
 
+// A type whose switch is off is dropped and counts as handled (0); an
+// unknown type gives -2.
 int CTIKRONServiceImpl::DoUDPHelper(void* data, int len) {
     if (data == nullptr || len < 1) return -2;
     switch (static_cast<const char*>(data)[0]) {
@@ -25,7 +26,10 @@ int CTIKRONServiceImpl::DoUDPHelper(void* data, int len) {
     }
 }
 
+// Type character when the framing holds; -2 when the declared length
+// (positions 1..5) exceeds the text from position 6; -1 for a null datagram.
 int CTIKRONServiceImpl::CheckUDPData(void* data, int len) {
+    // Any null datagram is refused (not only one shorter than the header).
     if (data == nullptr) return -1;
     const char* text = static_cast<const char*>(data);
     // Reads stay within len: a short datagram has an empty text part and
@@ -38,14 +42,3 @@ int CTIKRONServiceImpl::CheckUDPData(void* data, int len) {
     if (declared > 0 && static_cast<size_t>(declared) > textLen) return -2;
     return static_cast<unsigned char>(text[0]);
 }
-
-int CTIKRONServiceImpl::DealUDP_hq(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealUDP_argHq(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealUDP_exchStatus(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealUDP_xjHq(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealUDP_BJHB(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealPUSH_STP(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealPUSH_EXERCISESTATUS(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealPUSH_OPT_ENTRUST(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealPUSH_OPT_CJHB(void*, int) { return 0; }
-int CTIKRONServiceImpl::DealPUSH_OPT_HQ(void*, int) { return 0; }

@@ -1,0 +1,8 @@
+// 'Y' option deal-report push: its record layout is not settled yet, so the datagram is
+// counted and dropped with a log line.
+#include "frame/tikron_service.h"
+#include "udp/push_drop_counter.h"
+
+int CTIKRONServiceImpl::DealPUSH_OPT_CJHB(void* data, int len) {
+    return tikron_udp::DropPush(*this, tikron_udp::PUSH_OPT_CJHB, "CTIKRONServiceImpl::DealPUSH_OPT_CJHB", data, len);
+}
