@@ -1,0 +1,545 @@
+// Trade reports end to end: reports from the message center (620299), over
+// UDP ('3'), offset-setting ('F') and margin-order ('E') records, checked on
+// every message the plug-in publishes.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "frame/tikron_service.h"
+#include "host/host_emulator.h"
+#include "report/report_records.h"
+
+using hostemu::DecodePacked;
+using hostemu::MessageSnapshot;
+using hostemu::PackCell;
+using hostemu::PackedBody;
+
+namespace {
+
+const std::string S1 = "\x01";
+
+std::string Xml(const std::string& args) {
+    return "<tikron><pub><node AppName=\"A\" AppID=\"1\" SvrName=\"S\" SvrID=\"2\"/></pub>"
+           "<plugin><args subscibetomc=\"0\" " + args + "/></plugin></tikron>";
+}
+
+// Runs each test in a fresh directory (snapshot files, trade-report log).
+struct InTempDir : testing::Test {
+    std::string dir, oldDir;
+    void SetUp() override {
+        char cwd[4096];
+        ASSERT_NE(nullptr, getcwd(cwd, sizeof cwd));
+        oldDir = cwd;
+        char tmpl[] = "/tmp/tikron_reports_XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(tmpl));
+        dir = tmpl;
+        ASSERT_EQ(0, chdir(dir.c_str()));
+    }
+    void TearDown() override {
+        ASSERT_EQ(0, chdir(oldDir.c_str()));
+        std::string cmd = "rm -rf '" + dir + "'";
+        (void)system(cmd.c_str());
+    }
+    std::unique_ptr<hostemu::HostEmulator> Start(const std::string& args) {
+        hostemu::HostOptions o;
+        o.pluginPath = TIKRON_PLUGIN_PATH;
+        o.configXml = Xml(args);
+        o.logFile = dir + "/host.log";
+        auto host = std::make_unique<hostemu::HostEmulator>(o);
+        EXPECT_EQ(0, host->Start()) << host->Error();
+        return host;
+    }
+};
+
+PackedBody Decode(const std::vector<char>& bytes) {
+    PackedBody b;
+    EXPECT_EQ(0, DecodePacked(bytes.data(), static_cast<int>(bytes.size()), &b));
+    return b;
+}
+
+void ExpectColumn(const PackedBody& b, int i, const char* name, char type, int width) {
+    ASSERT_LT(i, static_cast<int>(b.columns.size()));
+    EXPECT_EQ(name, b.columns[i].name);
+    EXPECT_EQ(type, b.columns[i].type) << name;
+    EXPECT_EQ(width, b.columns[i].width) << name;
+    EXPECT_EQ(4, b.columns[i].scale) << name;
+}
+
+// Key row: "branch_no" int, "fund_account" int (binary) or text.
+void ExpectKey(const MessageSnapshot& m, int branch, const std::string& fund, bool fundAsInt) {
+    PackedBody k = Decode(m.Key());
+    ASSERT_EQ(2u, k.columns.size());
+    ExpectColumn(k, 0, "branch_no", 'S', 255);
+    ExpectColumn(k, 1, "fund_account", 'S', 255);
+    ASSERT_EQ(1u, k.rows.size());
+    EXPECT_EQ(PackCell(branch), k.rows[0][0]);
+    if (fundAsInt) {
+        EXPECT_EQ(PackCell(atoi(fund.c_str())), k.rows[0][1]);
+    } else {
+        EXPECT_EQ(PackCell(fund), k.rows[0][1]);
+    }
+}
+
+// The raw record of a 23/17 message after checking its body layout.
+template <typename T>
+T RecordOf(const MessageSnapshot& m, const std::string& businessType) {
+    PackedBody b = Decode(m.Body());
+    EXPECT_EQ(2u, b.columns.size());
+    ExpectColumn(b, 0, "business_type", 'S', 255);
+    ExpectColumn(b, 1, "futu_hb_raw", 'R', 10240);
+    T rec;
+    std::memset(&rec, 0xAB, sizeof rec);
+    if (b.rows.size() != 1 || b.rows[0].size() != 2) {
+        ADD_FAILURE() << "one row of two cells expected";
+        return rec;
+    }
+    EXPECT_EQ(PackCell(businessType), b.rows[0][0]);
+    EXPECT_EQ('R', b.rows[0][1].kind);
+    EXPECT_EQ(sizeof(T), b.rows[0][1].bytes.size());
+    std::memcpy(&rec, b.rows[0][1].bytes.data(), std::min(sizeof rec, b.rows[0][1].bytes.size()));
+    return rec;
+}
+
+std::string QH(const MessageSnapshot& m, PackCell* ly = nullptr) {
+    PackedBody b = Decode(m.Body());
+    int qh = b.Find("QH");
+    EXPECT_GE(qh, 0);
+    if (qh < 0 || b.rows.size() != 1) return "";
+    ExpectColumn(b, qh, "QH", 'S', 1024);
+    if (ly != nullptr) {
+        EXPECT_EQ(0, b.Find("LY"));
+        ExpectColumn(b, 0, "LY", 'S', 255);
+        *ly = b.rows[0][0];
+    }
+    return b.rows[0][qh].bytes;
+}
+
+template <typename T>
+void ExpectSameRecord(const T& want, const T& got) {
+    EXPECT_EQ(0, std::memcmp(&want, &got, sizeof(T)));
+    EXPECT_EQ(want.entrust_no, got.entrust_no);
+    EXPECT_STREQ(want.contract_code, got.contract_code);
+    EXPECT_EQ(want.entrust_status, got.entrust_status);
+    EXPECT_EQ(want.fund_account, got.fund_account);
+}
+
+std::vector<MessageSnapshot> Reports(hostemu::HostEmulator& h, int function = 620031) {
+    return h.Center().MessagesOf(function, 0);
+}
+
+bool WaitReports(hostemu::HostEmulator& h, size_t n, int function = 620031) {
+    for (int i = 0; i < 300; ++i) {
+        if (Reports(h, function).size() >= n) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+// Lets late publications arrive before a count is checked for "nothing more".
+void Settle() { std::this_thread::sleep_for(std::chrono::milliseconds(300)); }
+
+// A deal row as the message center sends it.
+hostemu::MessageSpec DealRow(const std::string& contract, const char* status) {
+    PackedBody b = hostemu::MakeBody(
+        33,
+        {"entrust_no", "futures_account", "futu_exch_type", "contract_code", "entrust_bs",
+         "futures_direction", "futu_business_price", "business_amount", "hedge_type", "fund_account",
+         "futu_report_no", "seat_no", "operator_no", "client_group", "entrust_amount",
+         "entrust_business_amount", "cancel_amount", "futu_entrust_price", "futu_entrust_type",
+         "entrust_status", "branch_no", "batch_no", "entrust_type", "amount_per_hand",
+         "forceclose_reason", "confirm_no", "futu_business_no", "entrust_occasion",
+         "futu_entrust_price2", "init_date", "business_time", "curr_time", "session_no",
+         "entrust_reference", "arbitrage_code", "futu_entrust_prop", "drop_profit",
+         "drop_profit_float", "futu_position_str", "position_str", "arbideal_total_amount",
+         "quote_no"},
+        {{101, "FA01", "F1", contract.c_str(), "1", "4", 71230.5, 3.0, "0", "00123", "R77", "S12",
+          "op1", 2, 12.9, 5, 1, 71240.25, "B", status, 8, 9, "0", 5, "0", "C99", "B0001", "occ",
+          1.5, 20240305, 93015, 1, 4, "ref1", "SPD1", "1", 10.25, -2.0, "pos9", "other", 6, 0}});
+    hostemu::MessageSpec spec(620299, 0);
+    spec.body = hostemu::EncodePacked(b);
+    return spec;
+}
+
+tagCJ_EX ExpectedDeal(const std::string& contract, char status) {
+    tagCJ_EX d;
+    std::memset(&d, 0, sizeof d);
+    d.entrust_no = 101;
+    strcpy(d.futures_account, "FA01");
+    strcpy(d.futu_exch_type, "F1");
+    strcpy(d.business_no, "B0001");
+    strncpy(d.contract_code, contract.c_str(), sizeof d.contract_code - 1);
+    strcpy(d.entrust_name, "买入");
+    strcpy(d.direction_name, "平今仓");
+    d.business_price = 71230.5;
+    d.business_amount = 3.0;
+    strcpy(d.hedge_name, "投机");
+    d.fund_account = 123;
+    strcpy(d.futu_report_no, "R77");
+    strcpy(d.firm_no, "S12");
+    strcpy(d.operator_no, "op1");
+    d.client_group = 2;
+    d.entrust_amount = 12;
+    d.business_total_amount = 6;
+    d.cacel_amount = 1;
+    d.entrust_price = 71240.25;
+    d.entrust_status = status;
+    d.branch_no = 8;
+    d.batch_no = 9;
+    d.futu_entrust_type = '0';
+    d.amount_per_hand = 5;
+    d.forceclose_reason = '0';
+    d.init_date = 20240305;
+    d.business_time = 93015;
+    strcpy(d.confirm_no, "C99");
+    strcpy(d.entrust_occasion, "occ");
+    return d;
+}
+
+tagCJ LegacyOf(const tagCJ_EX& e) {
+    tagCJ c;
+    std::memset(&c, 0, sizeof c);
+    c.entrust_no = e.entrust_no;
+    strcpy(c.futures_account, e.futures_account);
+    strcpy(c.futu_exch_type, e.futu_exch_type);
+    strcpy(c.business_no, e.business_no);
+    strncpy(c.contract_code, e.contract_code, 12);
+    strcpy(c.entrust_name, e.entrust_name);
+    strcpy(c.direction_name, e.direction_name);
+    c.business_price = e.business_price;
+    c.business_amount = e.business_amount;
+    strcpy(c.hedge_name, e.hedge_name);
+    c.fund_account = e.fund_account;
+    strcpy(c.futu_report_no, e.futu_report_no);
+    strcpy(c.firm_no, e.firm_no);
+    strcpy(c.operator_no, e.operator_no);
+    c.client_group = e.client_group;
+    c.entrust_amount = e.entrust_amount;
+    c.business_total_amount = e.business_total_amount;
+    c.cacel_amount = e.cacel_amount;
+    c.entrust_price = e.entrust_price;
+    c.entrust_status = e.entrust_status;
+    c.branch_no = e.branch_no;
+    c.batch_no = e.batch_no;
+    c.futu_entrust_type = e.futu_entrust_type;
+    c.amount_per_hand = e.amount_per_hand;
+    c.forceclose_reason = e.forceclose_reason;
+    c.init_date = e.init_date;
+    c.business_time = e.business_time;
+    strcpy(c.confirm_no, e.confirm_no);
+    return c;
+}
+
+std::string DealText(const std::string& contract, const std::string& status) {
+    return "101" + S1 + "FA01" + S1 + "F1" + S1 + "B0001" + S1 + contract + S1 + "1" + S1 + "4" + S1 +
+           "71230.500000" + S1 + "3.000000" + S1 + "0" + S1 + "123" + S1 + "R77" + S1 + "S12" + S1 +
+           "op1" + S1 + "2" + S1 + "12" + S1 + "6" + S1 + "1" + S1 + "71240.250000" + S1 + status +
+           S1 + "8" + S1 + "9" + S1 + "0" + S1 + "5" + S1 + "0" + S1 + "20240305" + S1 + "93015" + S1 +
+           "C99" + S1 + "occ" + S1 + "1.500000" + S1 + "1" + S1 + "SPD1" + S1 + "ref1" + S1 + "pos9" +
+           S1 + "4" + S1 + "0.000000" + S1 + "0.000000" + S1 + "0.000000" + S1 + "0.000000" + S1 +
+           "0.000000" + S1 + "0.000000" + S1 + "10.250000" + S1 + "-2.000000";
+}
+
+}  // namespace
+
+// A deal from the message center: three messages in order, with the '5'->'7'
+// rule, the catch-all rules for words and the overriding total amount.
+TEST_F(InTempDir, CenterDealPublishesAllThreeForms) {
+    auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" sysversion=\"0\"");
+    const std::string code = "cu2405P70";  // 9 characters: legacy form too
+    ASSERT_EQ(0, h->PostFromCenter(DealRow(code, "5")));
+    ASSERT_TRUE(WaitReports(*h, 3));
+    Settle();
+    auto msgs = Reports(*h);
+    ASSERT_EQ(3u, msgs.size());
+    EXPECT_EQ(23, msgs[0].IssueType());
+    EXPECT_EQ(33101, msgs[1].IssueType());
+    EXPECT_EQ(17, msgs[2].IssueType());
+
+    ExpectKey(msgs[0], 8, "123", true);
+    ExpectKey(msgs[1], 8, "123", false);
+    ExpectKey(msgs[2], 8, "123", true);
+    const tagCJ_EX want = ExpectedDeal(code, '7');
+    ExpectSameRecord(want, RecordOf<tagCJ_EX>(msgs[0], "B"));
+    ExpectSameRecord(LegacyOf(want), RecordOf<tagCJ>(msgs[2], "B"));
+
+    PackCell ly;
+    EXPECT_EQ(DealText(code, "7"), QH(msgs[1], &ly));
+    EXPECT_EQ(PackCell('B'), ly);  // a character on this path
+    h->Shutdown();
+}
+
+// sysversion 1 translates first ('5' -> '0', which the deal rule leaves);
+// a 10-character contract code skips the legacy record.
+TEST_F(InTempDir, CenterDealTranslatedStatusAndLongCode) {
+    auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" sysversion=\"1\"");
+    const std::string code = "cu2405P700";
+    ASSERT_EQ(0, h->PostFromCenter(DealRow(code, "5")));
+    ASSERT_TRUE(WaitReports(*h, 2));
+    Settle();
+    auto msgs = Reports(*h);
+    ASSERT_EQ(2u, msgs.size());
+    EXPECT_EQ(23, msgs[0].IssueType());
+    EXPECT_EQ(33101, msgs[1].IssueType());
+    ExpectSameRecord(ExpectedDeal(code, '0'), RecordOf<tagCJ_EX>(msgs[0], "B"));
+    EXPECT_EQ(DealText(code, "0"), QH(msgs[1]));
+    h->Shutdown();
+}
+
+// An entrust confirmation with unknown codes: catch-all words in the records,
+// blank codes in the text; arbitrage hedge becomes the catch-all word too.
+// weave_type 0 is printed as a zero byte, which ends the published text.
+TEST_F(InTempDir, CenterEntrustCatchAllWordsAndTranslation) {
+    auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" sysversion=\"1\"");
+    PackedBody b = hostemu::MakeBody(
+        33,
+        {"entrust_no", "futures_account", "futu_exch_type", "contract_code", "entrust_bs",
+         "futures_direction", "hedge_type", "fund_account", "entrust_amount", "futu_entrust_type",
+         "entrust_status", "branch_no", "entrust_type", "curr_time", "business_time", "init_date",
+         "futu_business_no", "error_message", "second_code", "withdraw_reference", "quote_no"},
+        {{7, "FA02", "F2", "ab12", "3", "3", "2", 456, 4.0, "0", "C", 3, "9", 101500, 5, 20240306,
+          "0999", "refused", "sec", "wr1", -1}});
+    hostemu::MessageSpec spec(620299, 0);
+    spec.body = hostemu::EncodePacked(b);
+    ASSERT_EQ(0, h->PostFromCenter(spec));
+    ASSERT_TRUE(WaitReports(*h, 3));
+    auto msgs = Reports(*h);
+    ASSERT_EQ(3u, msgs.size());
+
+    tagWTQR_EX rec = RecordOf<tagWTQR_EX>(msgs[0], "0");
+    EXPECT_STREQ("买卖", rec.entrust_name);
+    EXPECT_STREQ("开平仓", rec.direction_name);
+    EXPECT_STREQ("投机套保", rec.hedge_name);
+    EXPECT_EQ('8', rec.entrust_status);     // 'C' translated
+    EXPECT_EQ('0', rec.futu_entrust_type);  // from futu_entrust_type, not entrust_type
+    EXPECT_EQ(101500, rec.curr_time);       // entrust: curr_time, not business_time
+    EXPECT_EQ(456, rec.fund_account);
+    EXPECT_EQ(4, rec.entrust_amount);
+    tagWTQR legacy = RecordOf<tagWTQR>(msgs[2], "0");
+    EXPECT_STREQ("ab12", legacy.contract_code);
+    EXPECT_EQ(20240306, legacy.init_date);
+
+    // Entrusts carry no deal number, so the '7'/'8' -> '2' rule cannot fire
+    // here. Fields 1-34, then the zero byte of weave_type.
+    const std::string want = "7" + S1 + "FA02" + S1 + "F2" + S1 + "ab12" + S1 + " " + S1 + " " + S1 + " " + S1 +
+                             "456" + S1 + S1 + S1 + S1 + "0" + S1 + "4" + S1 + "0" + S1 + "0" + S1 +
+                             "0.000000" + S1 + "8" + S1 + "3" + S1 + "0" + S1 + "0" + S1 + "0" + S1 + S1 +
+                             "20240306" + S1 + "101500" + S1 + S1 + S1 + "0.000000" + S1 + S1 + S1 +
+                             S1 + "refused" + S1 + S1 + "0" + S1 + "sec" + S1;
+    EXPECT_EQ(want, QH(msgs[1]));
+    h->Shutdown();
+}
+
+// Quote reports go out as 33301 only; a broken or missing body is refused.
+TEST_F(InTempDir, CenterQuoteReportAndBadBodies) {
+    auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" sysversion=\"1\"");
+    PackedBody b = hostemu::MakeBody(
+        33, {"quote_no", "futu_exch_type", "contract_code", "fund_account", "branch_no",
+             "entrust_status", "buy_price", "quote_occasion"},
+        {{55, "F3", "m2409-C-3000", "00987", 6, "1", 12.5, "qo"}});
+    hostemu::MessageSpec spec(620299, 0);
+    spec.body = hostemu::EncodePacked(b);
+    ASSERT_EQ(0, h->PostFromCenter(spec));
+    ASSERT_TRUE(WaitReports(*h, 1));
+
+    hostemu::MessageSpec empty(620299, 0);
+    ASSERT_EQ(0, h->PostFromCenter(empty));
+    hostemu::MessageSpec garbage(620299, 0);
+    garbage.body = {'x', 'y', 'z'};
+    ASSERT_EQ(0, h->PostFromCenter(garbage));
+    ASSERT_TRUE(h->Log().WaitFor("get TAG_MESSAGE_BODY fail!", 3000));
+    ASSERT_TRUE(h->Log().WaitFor("解包错误, 错误代码: ", 3000));
+    Settle();
+    auto msgs = Reports(*h);
+    ASSERT_EQ(1u, msgs.size());
+    EXPECT_EQ(33301, msgs[0].IssueType());
+    ExpectKey(msgs[0], 6, "00987", false);
+    PackedBody body = Decode(msgs[0].Body());
+    ASSERT_EQ(1u, body.columns.size());
+    const std::string text = QH(msgs[0]);
+    EXPECT_NE(std::string::npos, text.find("m2409-C-3000")) << text;
+    EXPECT_NE(std::string::npos, text.find(S1 + "3" + S1)) << "status '1' translated to '3'";
+    int fromDealF1 = 0;
+    for (const auto& l : h->Log().Lines())
+        if (l.function == "CTIKRONServiceImpl::DealF1_HB" && l.code == 15006) ++fromDealF1;
+    EXPECT_EQ(2, fromDealF1);
+    h->Shutdown();
+}
+
+// With "savehblog" every published report message is written to the
+// trade-report log as the message's encoded bytes.
+TEST_F(InTempDir, TradeReportLogHoldsEncodedMessages) {
+    auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" savehblog=\"1\"");
+    ASSERT_EQ(0, h->PostFromCenter(DealRow("cu2405P70", "5")));
+    ASSERT_TRUE(WaitReports(*h, 3));
+    auto msgs = Reports(*h);
+    h->Shutdown();  // the log thread writes what is queued when it stops
+
+    time_t now = time(nullptr);
+    struct tm tmv;
+    localtime_r(&now, &tmv);
+    char name[128];
+    snprintf(name, sizeof name, "log/%04d-%02d-%02d-tikrno_A#-1.log", tmv.tm_year + 1900,
+             tmv.tm_mon + 1, tmv.tm_mday);
+    std::ifstream in(name, std::ios::binary);
+    ASSERT_TRUE(in.good()) << name;
+    std::stringstream ss;
+    ss << in.rdbuf();
+    const std::string file = ss.str();
+
+    // Lines: "YYYY-MM-DD HH:MM:SS.mmm[len]" + len bytes + '\n'.
+    size_t pos = 0;
+    std::vector<MessageSnapshot> logged;
+    while (pos < file.size()) {
+        ASSERT_LT(pos + 24, file.size());
+        ASSERT_EQ('[', file[pos + 23]) << file.substr(pos, 40);
+        size_t close = file.find(']', pos + 24);
+        ASSERT_NE(std::string::npos, close);
+        const size_t len = std::stoul(file.substr(pos + 24, close - pos - 24));
+        ASSERT_LE(close + 1 + len + 1, file.size());
+        MessageSnapshot m;
+        ASSERT_EQ(0, hostemu::DecodeMessage(file.data() + close + 1, static_cast<int>(len), &m));
+        logged.push_back(m);
+        ASSERT_EQ('\n', file[close + 1 + len]);
+        pos = close + 2 + len;
+    }
+    ASSERT_EQ(3u, logged.size());
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(620031, logged[i].FunctionNo());
+        EXPECT_EQ(msgs[i].IssueType(), logged[i].IssueType());
+        EXPECT_EQ(msgs[i].Body(), logged[i].Body());
+        EXPECT_EQ(msgs[i].Key(), logged[i].Key());
+    }
+}
+
+// ---- UDP ----------------------------------------------------------------
+
+namespace {
+
+std::string Datagram(char type, const std::string& text) {
+    char head[8];
+    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
+    return head + text;
+}
+
+// Mandatory fields 1-27 of a report record.
+std::string UdpHead(const std::string& businessType, const std::string& status,
+                    const std::string& contract, const std::string& businessNo = "B7") {
+    return "31,FA09,F1," + businessNo + "," + contract + ",卖出,开仓,4100.5,2,套利,00077,R1,S1,op,1,2,"
+           "2,0,4101.25," + businessType + "," + status + ",12,13,1,10,0,CF1";
+}
+
+int SendUdp(int port, const std::string& d) {
+    int s = socket(AF_INET, SOCK_DGRAM, 0);
+    if (s < 0) return -1;
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(static_cast<uint16_t>(port));
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ssize_t n = sendto(s, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    close(s);
+    return n == static_cast<ssize_t>(d.size()) ? 0 : -1;
+}
+
+}  // namespace
+
+// Over a real socket: a deal with a 12-character code in all three forms, an
+// entrust with a 13-character code without the legacy record, then offset
+// and margin-order records.
+TEST_F(InTempDir, UdpRecordsOverSocket) {
+    const int port = 21000 + static_cast<int>(getpid() % 20000);
+    auto h = Start("enableudprecv=\"1\" enableudphb=\"1\" enableudphq=\"0\" port=\"" +
+                   std::to_string(port) + "\"");
+    // Deal: everything from the last '&' on is dropped; field 30 is ignored.
+    const std::string deal = UdpHead("B", "5", "SR2409C12000") +
+                             ",20240307,101112,IGNORED,1,3,occ,ref,SPD,7.5,-1.5,pos,9,1,2,3,4,5,6&tail";
+    ASSERT_EQ(0, SendUdp(port, Datagram('3', deal)));
+    ASSERT_TRUE(WaitReports(*h, 3));
+    auto msgs = Reports(*h);
+    ASSERT_EQ(3u, msgs.size());
+    EXPECT_EQ(23, msgs[0].IssueType());
+    EXPECT_EQ(33101, msgs[1].IssueType());
+    EXPECT_EQ(17, msgs[2].IssueType());
+    ExpectKey(msgs[0], 12, "77", true);
+    ExpectKey(msgs[1], 12, "00077", false);
+    tagCJ_EX cj = RecordOf<tagCJ_EX>(msgs[0], "B");
+    EXPECT_STREQ("卖出", cj.entrust_name);
+    EXPECT_STREQ("套利", cj.hedge_name);  // words arrive as words
+    EXPECT_EQ('7', cj.entrust_status);
+    EXPECT_EQ(20240307, cj.init_date);
+    EXPECT_EQ(101112, cj.business_time);
+    EXPECT_EQ(9, cj.business_total_amount);  // field 39 overwrites field 17
+    EXPECT_EQ(4100.5, cj.business_price);
+    tagCJ legacy = RecordOf<tagCJ>(msgs[2], "B");
+    EXPECT_STREQ("SR2409C12000", legacy.contract_code);
+    PackCell ly;
+    const std::string text = QH(msgs[1], &ly);
+    EXPECT_EQ(PackCell("B"), ly);  // a string on this path
+    const std::string wantTail = "CF1" + S1 + "occ" + S1 + "0.000000" + S1 + "1" + S1 + "SPD" + S1 +
+                                 "ref" + S1 + "pos" + S1 + "3" + S1 + "1.000000" + S1 + "2.000000" +
+                                 S1 + "3.000000" + S1 + "4.000000" + S1 + "5.000000" + S1 +
+                                 "6.000000" + S1 + "7.500000" + S1 + "-1.500000";
+    ASSERT_GE(text.size(), wantTail.size());
+    EXPECT_EQ(wantTail, text.substr(text.size() - wantTail.size()));
+    EXPECT_EQ(0u, text.find("31" + S1 + "FA09" + S1 + "F1" + S1 + "B7" + S1 + "SR2409C12000" + S1 +
+                            "2" + S1 + "1" + S1 + "4100.500000" + S1 + "2.000000" + S1 + "2" + S1 +
+                            "00077" + S1));
+
+    // Entrust, 13 characters: only the last '&' cuts, so the record ends
+    // right after field 27 with "CF1&x" as its confirmation number.
+    h->Center().Clear();
+    ASSERT_EQ(0, SendUdp(port, Datagram('3', UdpHead("0", "3", "SR2409C120000") + "&x&,20240308,5")));
+    ASSERT_TRUE(WaitReports(*h, 2));
+    // Offset and margin-order records follow on the same consumer thread, so
+    // once they are out the entrust had its chance to publish a legacy form.
+    ASSERT_EQ(0, SendUdp(port, Datagram('F', "FA77,FUT1,5,F1,cu2405,3,1,2,3,none,p1")));
+    ASSERT_EQ(0, SendUdp(port, Datagram('E', "8,FUT1,F2,1,SPab,2,3,0,FA78,rep,fm,op,1,4,5,6,10,"
+                                             "20240307,93000,7,err,2,oc,rf,1,9")));
+    ASSERT_TRUE(WaitReports(*h, 3));
+    ASSERT_TRUE(WaitReports(*h, 1, 620003));
+    msgs = Reports(*h);
+    ASSERT_EQ(3u, msgs.size());
+    EXPECT_EQ(23, msgs[0].IssueType());
+    EXPECT_EQ(33101, msgs[1].IssueType());
+    tagWTQR_EX wt = RecordOf<tagWTQR_EX>(msgs[0], "0");
+    EXPECT_STREQ("SR2409C120000", wt.contract_code);
+    EXPECT_EQ(0, wt.init_date);
+    EXPECT_EQ(0, wt.curr_time);
+    EXPECT_EQ('3', wt.entrust_status);
+    EXPECT_STREQ("CF1&x", wt.confirm_no);
+
+    ASSERT_EQ(33117, msgs[2].IssueType());
+    PackedBody key = Decode(msgs[2].Key());
+    ASSERT_EQ(1u, key.columns.size());
+    ExpectColumn(key, 0, "fund_account", 'S', 255);
+    EXPECT_EQ(PackCell("FA77"), key.rows[0][0]);
+    EXPECT_EQ("FA77" + S1 + "FUT1" + S1 + "5" + S1 + "F1" + S1 + "cu2405" + S1 + "3" + S1 + "1" + S1 +
+                  "2" + S1 + "3" + S1 + "none" + S1 + "p1",
+              QH(msgs[2]));
+
+    auto margin = Reports(*h, 620003);
+    ASSERT_EQ(1u, margin.size());
+    EXPECT_EQ(33106, margin[0].IssueType());
+    key = Decode(margin[0].Key());
+    ASSERT_EQ(1u, key.columns.size());
+    EXPECT_EQ(PackCell("FA78"), key.rows[0][0]);
+    // futu_code, second_code, entrust_prop and position_str are not carried.
+    EXPECT_EQ("8" + S1 + "FUT1" + S1 + "F2" + S1 + "SPab" + S1 + S1 + S1 + "2" + S1 + "0" + S1 + "1" +
+                  S1 + "FA78" + S1 + "rep" + S1 + "fm" + S1 + "op" + S1 + "1" + S1 + "3" + S1 + "4" +
+                  S1 + "5" + S1 + "6" + S1 + "7" + S1 + "20240307" + S1 + "93000" + S1 + S1 + "9" +
+                  S1 + "oc" + S1 + "rf" + S1 + "err" + S1 + S1 + "2" + S1 + "0.000000" + S1 +
+                  "0.000000" + S1 + "0.000000" + S1 + "1",
+              QH(margin[0]));
+    h->Shutdown();
+}
