@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -542,4 +543,149 @@ TEST_F(InTempDir, UdpRecordsOverSocket) {
                   "0.000000" + S1 + "0.000000" + S1 + "1",
               QH(margin[0]));
     h->Shutdown();
+}
+
+// ---- UDP handlers called directly on a service built in the test --------
+
+namespace {
+
+struct DirectUdp : testing::Test {
+    hostemu::CHostMessageFactory factory;
+    hostemu::CHostPackSvr packSvr;
+    hostemu::CHostLog log;
+    hostemu::CHostNeighbour up{"up"}, down{"down"};
+    CTIKRONServiceImpl* svc = new CTIKRONServiceImpl();
+
+    void SetUp() override {
+        g_lpMsgFactory = &factory;
+        svc->m_lpF2PackSvr = &packSvr;
+        svc->m_lpLogService = &log;
+        svc->m_pPacker = packSvr.GetPacker(33);
+        svc->RegisterNextService(&up);
+        svc->RegisterPrevService(&down);
+    }
+    void TearDown() override {
+        svc->m_pPacker->Release();
+        svc->m_pPacker = nullptr;
+        svc->Release();
+        EXPECT_EQ(0u, factory.Stats().live);
+        g_lpMsgFactory = nullptr;
+    }
+    int Udp(char type, const std::string& text) {
+        std::string d = Datagram(type, text);
+        return type == '3'   ? svc->DealUDP_HB(&d[0], static_cast<int>(d.size()))
+               : type == 'F' ? svc->DealUDP_OffsetSet(&d[0], static_cast<int>(d.size()))
+                             : svc->DealUDP_ZJZH_BZJHB(&d[0], static_cast<int>(d.size()));
+    }
+};
+
+}  // namespace
+
+// A deal published in both layouts counts twice; a long code once.
+TEST_F(DirectUdp, DealCountsTwiceAndEntrustOnce) {
+    ASSERT_EQ(0, Udp('3', UdpHead("B", "1", "cu2405")));
+    EXPECT_EQ(3u, down.Count());
+    EXPECT_EQ(2u, svc->m_uiRecvCJNum.load());
+    ASSERT_EQ(0, Udp('3', UdpHead("0", "1", "cu2405-long-1")));
+    EXPECT_EQ(5u, down.Count());
+    EXPECT_EQ(1u, svc->m_uiRecvWTQRNum.load());
+    EXPECT_EQ(2u, svc->m_uiRecvUDPHB.load());
+    // No message from the host: nothing is published and nothing counted.
+    factory.SetGetMsgAlwaysFails(true);
+    ASSERT_EQ(0, Udp('3', UdpHead("B", "1", "cu2405")));
+    factory.SetGetMsgAlwaysFails(false);
+    EXPECT_EQ(2u, svc->m_uiRecvCJNum.load());
+    EXPECT_EQ(5u, down.Count());
+}
+
+// Status rules in order: translation with sysversion 1, then '5' -> '7' for
+// deals, then '7'/'8' -> '2' for business_type '0' with a deal number
+// starting with '0'.
+TEST_F(DirectUdp, StatusRules) {
+    struct Case {
+        int sysVersion;
+        const char* type;
+        const char* status;
+        const char* businessNo;
+        char want;
+    } cases[] = {
+        {0, "B", "5", "B7", '7'}, {1, "B", "5", "B7", '0'}, {0, "0", "7", "0123", '2'},
+        {0, "0", "8", "0123", '2'}, {0, "0", "7", "123", '7'}, {1, "0", "B", "01", '2'},
+        {1, "0", "C", "01", '2'},   {1, "0", "Z", "01", 'Z'}, {0, "1", "8", "01", '8'},
+    };
+    for (const Case& c : cases) {
+        svc->m_iSysVersion = c.sysVersion;
+        down.Clear();
+        ASSERT_EQ(0, Udp('3', UdpHead(c.type, c.status, "cu2405", c.businessNo)));
+        ASSERT_GE(down.Count(), 1u);
+        const MessageSnapshot m = down.Messages()[0];
+        const char got = c.type[0] == 'B' ? RecordOf<tagCJ_EX>(m, c.type).entrust_status
+                                          : RecordOf<tagWTQR_EX>(m, c.type).entrust_status;
+        EXPECT_EQ(c.want, got) << c.sysVersion << " " << c.type << " " << c.status;
+    }
+}
+
+// The ignored fields (deal 30, entrust 35) are read and dropped; an entrust
+// record fills the entrust layout's own fields.
+TEST_F(DirectUdp, IgnoredFieldsAndEntrustLayout) {
+    ASSERT_EQ(0, Udp('3', UdpHead("0", "1", "cu2405") +
+                              ",20240309,90000,W,ARB1,T,V,P,IGNORED35,bad,6,occ,ref,sec,pos,11,wr,"
+                              "1.5,2.5,3.5,4.5,77"));
+    ASSERT_EQ(3u, down.Count());
+    PackCell ly;
+    const std::string text = QH(down.Messages()[1], &ly);
+    EXPECT_EQ(PackCell("0"), ly);
+    // Fields 28-43 of the entrust text.
+    const std::string tail = "P" + S1 + "ARB1" + S1 + "ref" + S1 + "bad" + S1 + "pos" + S1 + "6" + S1 +
+                             "sec" + S1 + "W" + S1 + "1.500000" + S1 + "2.500000" + S1 + "3.500000" +
+                             S1 + "wr" + S1 + "T" + S1 + "V" + S1 + "4.500000" + S1 + "77";
+    ASSERT_GE(text.size(), tail.size());
+    EXPECT_EQ(tail, text.substr(text.size() - tail.size()));
+    EXPECT_EQ(11, RecordOf<tagWTQR_EX>(down.Messages()[0], "0").business_total_amount);
+
+    // An ignored field longer than its width is still a read error.
+    down.Clear();
+    EXPECT_EQ(-2, Udp('3', UdpHead("B", "1", "cu2405") + ",1,2,ignored-field-of-21ch"));
+    EXPECT_EQ(0u, down.Count());
+}
+
+// Bad records: wrong framing (-2, logged under the borrowed name), a missing
+// mandatory field, an empty character field, a short margin record.
+TEST_F(DirectUdp, RefusedRecordsPublishNothing) {
+    std::string bad = "3" "00999" "1,2";  // declared length beyond the text
+    EXPECT_EQ(-2, svc->DealUDP_HB(&bad[0], static_cast<int>(bad.size())));
+    EXPECT_EQ(1, log.CountContaining("包格式不对, 错误代码: -2!"));
+    bool borrowed = false;
+    for (const auto& l : log.Lines()) borrowed |= l.function == "CTIKRONInfo::LoadFromFile";
+    EXPECT_TRUE(borrowed);
+    EXPECT_EQ(1u, svc->m_uiRecvUDPHB.load());  // counted before the check
+
+    EXPECT_EQ(-2, Udp('3', "1,FA,F1,B1,cu"));  // ends after field 5
+    // An empty offset_type is refused by the character reader.
+    EXPECT_EQ(-3, Udp('F', "FA77,FUT1,5,F1,cu2405,3,,2,3,none,p1"));
+    std::string wrongType = Datagram('E', "FA77,FUT1,5,F1,cu2405,3,1,2,3,none,p1");
+    EXPECT_EQ(-2, svc->DealUDP_OffsetSet(&wrongType[0], static_cast<int>(wrongType.size())));
+    EXPECT_EQ(0u, down.Count());
+    EXPECT_EQ(0u, svc->m_uiRecvCJNum.load() + svc->m_uiRecvWTQRNum.load());
+
+    // A missing last text field reads as empty (the text reader accepts the
+    // end of the record as its end), so ten offset fields still publish.
+    EXPECT_EQ(0, Udp('F', "FA77,FUT1,5,F1,cu2405,3,1,2,3,none"));
+    ASSERT_EQ(1u, down.Count());
+    const std::string text = QH(down.Messages()[0]);
+    EXPECT_EQ("none" + S1, text.substr(text.size() - 5));
+}
+
+// A margin record ending after field 25 has weave_type 0: "%c" prints a zero
+// byte, so the published text ends with the separator after field 22.
+TEST_F(DirectUdp, MarginRecordWithoutWeaveType) {
+    ASSERT_EQ(0, Udp('E', "8,FUT1,F2,1,SPab,2,3,0,FA78,rep,fm,op,1,4,5,6,10,20240307,93000,7,err,2,"
+                          "oc,rf,1"));
+    ASSERT_EQ(1u, down.Count());
+    const MessageSnapshot m = down.Messages()[0];
+    EXPECT_EQ(620003, m.FunctionNo());
+    EXPECT_EQ(33106, m.IssueType());
+    const std::string text = QH(m);
+    EXPECT_EQ("93000" + S1 + S1, text.substr(text.size() - 7));
+    EXPECT_EQ(22, static_cast<int>(std::count(text.begin(), text.end(), '\x01')));
 }
