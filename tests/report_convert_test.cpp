@@ -1,0 +1,372 @@
+// Publication conversion end to end: 620003 publications posted into the
+// plug-in and the converted publications it issues, per switch.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/host_emulator.h"
+#include "quote/quote_text.h"
+#include "report/report_text.h"
+
+using hostemu::DecodePacked;
+using hostemu::MessageSnapshot;
+using hostemu::PackCell;
+using hostemu::PackedBody;
+
+namespace {
+
+const std::vector<char> kKey = {'K', 'E', 'Y', '\0', '7'};
+
+struct Convert : testing::Test {
+    std::string dir, oldDir;
+    std::unique_ptr<hostemu::HostEmulator> h;
+
+    void SetUp() override {
+        char cwd[4096];
+        ASSERT_NE(nullptr, getcwd(cwd, sizeof cwd));
+        oldDir = cwd;
+        char tmpl[] = "/tmp/tikron_convert_XXXXXX";
+        ASSERT_NE(nullptr, mkdtemp(tmpl));
+        dir = tmpl;
+        ASSERT_EQ(0, chdir(dir.c_str()));
+    }
+    void TearDown() override {
+        if (h) h->Shutdown();
+        ASSERT_EQ(0, chdir(oldDir.c_str()));
+        std::string cmd = "rm -rf '" + dir + "'";
+        (void)system(cmd.c_str());
+    }
+    // switches: names of the conversion switches to turn on.
+    void Start(const std::vector<std::string>& switches) {
+        std::string conv;
+        for (const auto& s : switches) conv += "<" + s + ">1</" + s + ">";
+        hostemu::HostOptions o;
+        o.pluginPath = TIKRON_PLUGIN_PATH;
+        o.configXml =
+            "<tikron><pub><node AppName=\"A\" AppID=\"1\" SvrName=\"S\" SvrID=\"2\"/></pub>"
+            "<plugin><args enableudprecv=\"0\" subscibetomc=\"0\"/><convert>" + conv +
+            "</convert></plugin></tikron>";
+        o.logFile = dir + "/host.log";
+        h = std::make_unique<hostemu::HostEmulator>(o);
+        ASSERT_EQ(0, h->Start()) << h->Error();
+    }
+    void Post(int issue, const PackedBody& body, bool bodyInKey = false, int packetType = 0) {
+        hostemu::MessageSpec spec(620003, packetType);
+        spec.issueType = issue;
+        if (bodyInKey) {
+            spec.key = hostemu::EncodePacked(body);
+        } else {
+            spec.body = hostemu::EncodePacked(body);
+            spec.key = kKey;
+        }
+        ASSERT_EQ(0, h->PostFromCenter(spec));
+    }
+    // Converted publications after the plug-in had time for all of them.
+    std::vector<MessageSnapshot> Published(size_t atLeast) {
+        for (int i = 0; i < 300 && Out().size() < atLeast; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        return Out();
+    }
+    std::vector<MessageSnapshot> Out() {
+        std::vector<MessageSnapshot> v;
+        for (const auto& m : h->Center().MessagesOf(620003, 0))
+            if (m.IssueType() != 0) v.push_back(m);
+        return v;
+    }
+};
+
+PackedBody ReportText(char ly, const std::string& text) {
+    PackedBody b;
+    b.version = 33;
+    b.columns = {{"LY", 'S', 255, 4}, {"QH", 'S', 1024, 4}};
+    b.rows = {{PackCell(ly), PackCell(text)}};
+    return b;
+}
+
+PackedBody QuoteText(const std::string& text) { return hostemu::MakeBody(33, {"QH"}, {{text}}); }
+
+PackedBody RawRecord(const char* column, const void* rec, size_t size) {
+    PackedBody b;
+    b.columns = {{"type", 'S', 255, 4}, {column, 'R', 10240, 4}};
+    b.rows = {{PackCell(1), PackCell::Raw(rec, size)}};
+    return b;
+}
+
+tagCJ_EX Deal(const char* contract) {
+    tagCJ_EX d;
+    std::memset(&d, 0, sizeof d);
+    d.entrust_no = 5;
+    strcpy(d.futures_account, "FA1");
+    strcpy(d.futu_exch_type, ConvertExch("F2", false));
+    strcpy(d.business_no, "BN");
+    strncpy(d.contract_code, contract, sizeof d.contract_code - 1);
+    strcpy(d.entrust_name, "卖出");
+    strcpy(d.direction_name, "平仓");
+    strcpy(d.hedge_name, "套保");
+    d.business_price = 10.5;
+    d.business_amount = 2;
+    d.fund_account = 42;
+    d.entrust_status = '8';
+    d.futu_entrust_type = '0';
+    d.forceclose_reason = '0';
+    d.init_date = 20240301;
+    d.business_time = 93000;
+    strcpy(d.confirm_no, "CN");
+    strcpy(d.entrust_occasion, "oc");
+    return d;
+}
+
+std::string TextOf(tagCJ_EX& d) {
+    char t[1024] = {0};
+    EXPECT_EQ(0, ConvertCjTo33101(&d, t, sizeof t));
+    return t;
+}
+
+// Checks the body of a converted report record and returns its raw bytes.
+std::string RecordBytes(const MessageSnapshot& m, char ly) {
+    PackedBody b;
+    EXPECT_EQ(0, DecodePacked(m.Body().data(), static_cast<int>(m.Body().size()), &b));
+    if (b.columns.size() != 2 || b.rows.size() != 1) {
+        ADD_FAILURE() << "two columns and one row expected";
+        return "";
+    }
+    EXPECT_EQ("business_type", b.columns[0].name);
+    EXPECT_EQ("futu_hb_raw", b.columns[1].name);
+    EXPECT_EQ('R', b.columns[1].type);
+    EXPECT_EQ(10240, b.columns[1].width);
+    EXPECT_EQ(PackCell(ly), b.rows[0][0]);
+    EXPECT_EQ(kKey, m.Key());  // the incoming key, unchanged
+    return b.rows[0][1].bytes;
+}
+
+std::string Bytes(const void* p, size_t n) { return std::string(static_cast<const char*>(p), n); }
+
+}  // namespace
+
+// Both 33101 switches: one 23 and one 17, the legacy one from the same parse.
+TEST_F(Convert, DealTextWithBothSwitches) {
+    Start({"convert33101to23", "convert33101to17"});
+    tagCJ_EX d = Deal("cu2405C50");
+    Post(33101, ReportText('B', TextOf(d)));
+    auto out = Published(2);
+    ASSERT_EQ(2u, out.size());
+    EXPECT_EQ(23, out[0].IssueType());
+    EXPECT_EQ(17, out[1].IssueType());
+    EXPECT_EQ(Bytes(&d, sizeof d), RecordBytes(out[0], 'B'));
+    tagCJ legacy;
+    std::memset(&legacy, 0, sizeof legacy);
+    ConvertCj23To17(&d, legacy);
+    EXPECT_EQ(Bytes(&legacy, sizeof legacy), RecordBytes(out[1], 'B'));
+}
+
+// A 13-character contract code has no legacy form; 23 is still published.
+TEST_F(Convert, LongCodeSkipsLegacyOnly) {
+    Start({"convert33101to23", "convert33101to17"});
+    tagCJ_EX d = Deal("cu2405C500000");
+    Post(33101, ReportText('B', TextOf(d)));
+    auto out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(23, out[0].IssueType());
+}
+
+// Each switch alone, on entrust texts; the body may travel in item 54 only.
+TEST_F(Convert, EntrustTextEachSwitchAloneAndBodyInKey) {
+    Start({"convert33101to17"});
+    tagWTQR_EX w;
+    std::memset(&w, 0, sizeof w);
+    w.entrust_no = 9;
+    strcpy(w.contract_code, "ab1");
+    strcpy(w.entrust_name, "买入");
+    strcpy(w.direction_name, "开仓");
+    strcpy(w.hedge_name, "投机");
+    w.entrust_status = '1';
+    w.futu_entrust_type = '0';
+    w.forceclose_reason = '0';
+    strcpy(w.futu_exch_type, ConvertExch("F1", false));
+    char t[1024] = {0};
+    ASSERT_EQ(0, ConvertHbTo33101(&w, t, sizeof t));
+    Post(33101, ReportText('0', t));
+    auto out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(17, out[0].IssueType());
+    tagWTQR legacy;
+    std::memset(&legacy, 0, sizeof legacy);
+    ConvertHb23To17(&w, legacy);
+    EXPECT_EQ(Bytes(&legacy, sizeof legacy), RecordBytes(out[0], '0'));
+    h->Shutdown();
+    h.reset();
+
+    Start({"convert33101to23"});
+    Post(33101, ReportText('0', t), /*bodyInKey=*/true);
+    out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(23, out[0].IssueType());
+    PackedBody b;
+    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    ASSERT_EQ(1u, b.rows.size());
+    EXPECT_EQ(Bytes(&w, sizeof w), b.rows[0][1].bytes);
+    EXPECT_EQ(hostemu::EncodePacked(ReportText('0', t)), out[0].Key());
+}
+
+// 23 and 17 publications are never converted; with every switch off nothing is.
+TEST_F(Convert, ReportRecordsNeverConverted) {
+    Start({"convert23to17", "convert23to33101"});
+    tagCJ_EX d = Deal("cu2405");
+    PackedBody b;
+    b.columns = {{"business_type", 'S', 255, 4}, {"futu_hb_raw", 'R', 10240, 4}};
+    b.rows = {{PackCell("B"), PackCell::Raw(&d, sizeof d)}};
+    Post(23, b);
+    Post(33101, ReportText('B', TextOf(d)));
+    EXPECT_TRUE(Published(0).empty());
+}
+
+// Quote conversions: 22 -> 16 (code within 12 characters) and 33100; only
+// 33100 for a long code; 18, 24 and the quote texts back to records.
+TEST_F(Convert, QuoteRecordsAndTexts) {
+    Start({"convert22to16", "convert22to33100", "convert18to33102", "convert24to33105",
+           "convert33100to22", "convert33100to16", "convert33102to18", "convert33105to24"});
+    tagHQInfo_EX q;
+    std::memset(&q, 0, sizeof q);
+    strcpy(q.contract_code, "cu2405");
+    q.futu_last_price = 71000.5;
+    q.buy_high_amount = 3;
+    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
+    auto out = Published(2);
+    ASSERT_EQ(2u, out.size());
+    EXPECT_EQ(16, out[0].IssueType());
+    EXPECT_EQ(33100, out[1].IssueType());
+    tagHQInfo legacy;
+    std::memset(&legacy, 0, sizeof legacy);
+    ConvertHq22To16(&q, legacy);
+    PackedBody b;
+    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    ASSERT_EQ(2u, b.columns.size());
+    EXPECT_EQ(PackCell(1), b.rows[0][0]);
+    EXPECT_EQ(Bytes(&legacy, sizeof legacy), b.rows[0][1].bytes);
+    char buf[1024] = {0};
+    const std::string text33100 = Convert22To33100(&q, buf, sizeof buf);
+    ASSERT_EQ(0, DecodePacked(out[1].Body().data(), static_cast<int>(out[1].Body().size()), &b));
+    EXPECT_EQ(text33100, b.rows[0][0].bytes);
+
+    // A 13-character code: the 16 form is skipped, 33100 still goes out.
+    h->Center().Clear();
+    std::memset(q.contract_code, 0, sizeof q.contract_code);
+    strcpy(q.contract_code, "cu2405-C-7000");
+    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
+    out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(33100, out[0].IssueType());
+
+    // 33100 text -> 22 and 16.
+    h->Center().Clear();
+    std::memset(q.contract_code, 0, sizeof q.contract_code);
+    strcpy(q.contract_code, "cu2405");
+    Post(33100, QuoteText(text33100));
+    out = Published(2);
+    ASSERT_EQ(2u, out.size());
+    EXPECT_EQ(22, out[0].IssueType());
+    EXPECT_EQ(16, out[1].IssueType());
+    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    EXPECT_EQ(Bytes(&q, sizeof q), b.rows[0][1].bytes);
+
+    // 24 -> 33105 -> 24 (no "type" column).
+    h->Center().Clear();
+    tagEXCHSTATUS st;
+    std::memset(&st, 0, sizeof st);
+    strcpy(st.futu_exch_type, "F1");
+    strcpy(st.futu_status, "2");
+    st.can_trade = 1;
+    PackedBody sb;
+    sb.columns = {{"futu_exch_status_raw", 'R', 10240, 4}};
+    sb.rows = {{PackCell::Raw(&st, sizeof st)}};
+    Post(24, sb);
+    out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(33105, out[0].IssueType());
+    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    const std::string text33105 = b.rows[0][0].bytes;
+    h->Center().Clear();
+    Post(33105, QuoteText(text33105));
+    out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(24, out[0].IssueType());
+    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    ASSERT_EQ(1u, b.columns.size());
+    EXPECT_EQ("futu_hq_raw", b.columns[0].name);
+    EXPECT_EQ(Bytes(&st, sizeof st), b.rows[0][0].bytes);
+
+    // 18 -> 33102 -> 18 with "type" 9.
+    h->Center().Clear();
+    tagArgHQInfo a;
+    std::memset(&a, 0, sizeof a);
+    strcpy(a.contract_code, "SP cu2405&cu2406");
+    strcpy(a.futu_exch_type, "F3");
+    strcpy(a.first_code, "cu2405");
+    strcpy(a.second_code, "cu2406");
+    a.arbi_type = '1';
+    a.buy_price = 12.5;
+    Post(18, RawRecord("futu_hq_raw", &a, sizeof a));
+    out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(33102, out[0].IssueType());
+    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    const std::string text33102 = b.rows[0][0].bytes;
+    h->Center().Clear();
+    Post(33102, QuoteText(text33102));
+    out = Published(1);
+    ASSERT_EQ(1u, out.size());
+    EXPECT_EQ(18, out[0].IssueType());
+    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    EXPECT_EQ(PackCell(9), b.rows[0][0]);
+    EXPECT_EQ(Bytes(&a, sizeof a), b.rows[0][1].bytes);
+
+    // A quote text that does not parse is not republished.
+    h->Center().Clear();
+    Post(33100, QuoteText("garbage"));
+    EXPECT_TRUE(Published(0).empty());
+}
+
+// Only "convert22to33100": a 22 publication gives only 33100, long code or not.
+TEST_F(Convert, OnlyTextSwitchForQuotes) {
+    Start({"convert22to33100"});
+    tagHQInfo_EX q;
+    std::memset(&q, 0, sizeof q);
+    strcpy(q.contract_code, "cu2405");
+    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
+    strcpy(q.contract_code, "cu2405-C-70000");
+    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
+    auto out = Published(2);
+    ASSERT_EQ(2u, out.size());
+    EXPECT_EQ(33100, out[0].IssueType());
+    EXPECT_EQ(33100, out[1].IssueType());
+}
+
+// Answers, missing bodies and broken bodies are refused with a log line.
+TEST_F(Convert, RefusedPublications) {
+    Start({"convert33101to23", "convert33101to17"});
+    tagCJ_EX d = Deal("cu2405");
+    Post(33101, ReportText('B', TextOf(d)), false, /*packetType=*/1);
+    hostemu::MessageSpec none(620003, 0);
+    none.issueType = 22;
+    none.key = kKey;
+    ASSERT_EQ(0, h->PostFromCenter(none));
+    hostemu::MessageSpec broken(620003, 0);
+    broken.issueType = 33101;
+    broken.body = {'n', 'o', 'p', 'e'};
+    ASSERT_EQ(0, h->PostFromCenter(broken));
+    EXPECT_TRUE(h->Log().WaitFor("不能处理的包类型: 1!", 3000));
+    EXPECT_TRUE(h->Log().WaitFor("get TAG_MESSAGE_BODY fail!", 3000));
+    EXPECT_TRUE(h->Log().WaitFor("解包错误, 错误代码: ", 3000));
+    EXPECT_TRUE(Published(0).empty());
+    int named = 0;
+    for (const auto& l : h->Log().Lines())
+        if (l.function == "CTIKRONServiceImpl::DealTIKRONIssue") ++named;
+    EXPECT_GE(named, 3);
+}
