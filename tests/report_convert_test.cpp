@@ -57,15 +57,15 @@ struct Convert : testing::Test {
         ASSERT_EQ(0, h->Start()) << h->Error();
     }
     void Post(int issue, const PackedBody& body, bool bodyInKey = false, int packetType = 0) {
-        hostemu::MessageSpec spec(620003, packetType);
-        spec.issueType = issue;
+        hostemu::MessageSpec req(620003, packetType);
+        req.issueType = issue;
         if (bodyInKey) {
-            spec.key = hostemu::EncodePacked(body);
+            req.key = hostemu::EncodePacked(body);
         } else {
-            spec.body = hostemu::EncodePacked(body);
-            spec.key = kKey;
+            req.body = hostemu::EncodePacked(body);
+            req.key = kKey;
         }
-        ASSERT_EQ(0, h->PostFromCenter(spec));
+        ASSERT_EQ(0, h->PostFromCenter(req));
     }
     // Converted publications after the plug-in had time for all of them.
     std::vector<MessageSnapshot> Published(size_t atLeast) {

@@ -168,9 +168,9 @@ hostemu::MessageSpec DealRow(const std::string& contract, const char* status) {
         {{101, "FA01", "F1", contract.c_str(), "1", "4", 71230.5, 3.0, "0", "00123", "R77", "S12",
           "op1", 2, 12.9, 5, 1, 71240.25, "B", status, 8, 9, "0", 5, "0", "C99", "B0001", "occ",
           1.5, 20240305, 93015, 1, 4, "ref1", "SPD1", "1", 10.25, -2.0, "pos9", "other", 6, 0}});
-    hostemu::MessageSpec spec(620299, 0);
-    spec.body = hostemu::EncodePacked(b);
-    return spec;
+    hostemu::MessageSpec req(620299, 0);
+    req.body = hostemu::EncodePacked(b);
+    return req;
 }
 
 tagCJ_EX ExpectedDeal(const std::string& contract, char status) {
@@ -311,9 +311,9 @@ TEST_F(InTempDir, CenterEntrustCatchAllWordsAndTranslation) {
          "futu_business_no", "error_message", "second_code", "withdraw_reference", "quote_no"},
         {{7, "FA02", "F2", "ab12", "3", "3", "2", 456, 4.0, "0", "C", 3, "9", 101500, 5, 20240306,
           "0999", "refused", "sec", "wr1", -1}});
-    hostemu::MessageSpec spec(620299, 0);
-    spec.body = hostemu::EncodePacked(b);
-    ASSERT_EQ(0, h->PostFromCenter(spec));
+    hostemu::MessageSpec req(620299, 0);
+    req.body = hostemu::EncodePacked(b);
+    ASSERT_EQ(0, h->PostFromCenter(req));
     ASSERT_TRUE(WaitReports(*h, 3));
     auto msgs = Reports(*h);
     ASSERT_EQ(3u, msgs.size());
@@ -349,9 +349,9 @@ TEST_F(InTempDir, CenterQuoteReportAndBadBodies) {
         33, {"quote_no", "futu_exch_type", "contract_code", "fund_account", "branch_no",
              "entrust_status", "buy_price", "quote_occasion"},
         {{55, "F3", "m2409-C-3000", "00987", 6, "1", 12.5, "qo"}});
-    hostemu::MessageSpec spec(620299, 0);
-    spec.body = hostemu::EncodePacked(b);
-    ASSERT_EQ(0, h->PostFromCenter(spec));
+    hostemu::MessageSpec req(620299, 0);
+    req.body = hostemu::EncodePacked(b);
+    ASSERT_EQ(0, h->PostFromCenter(req));
     ASSERT_TRUE(WaitReports(*h, 1));
 
     hostemu::MessageSpec empty(620299, 0);
