@@ -2,10 +2,11 @@
 // snapshot file of the day so a restart on the same day finds the quotes.
 //
 // File: a 16-byte tagHQFileHead, then one tagSaveHQInfo<T> slot per key in
-// order of first arrival (slot k at 16 + (k-1) * sizeof slot). Each update is
-// a single positioned write of its slot (plus the header when a key is new or
-// the date moved on), issued before AddHQInfo returns, so the file is current
-// for other processes and survives a kill of this one without torn slots.
+// order of first arrival (slot k at 16 + (k-1) * sizeof slot). An update of an
+// existing key is copied into its slot through a journalled shared mapping
+// before AddHQInfo returns (no system call); a new key appends its slot and
+// rewrites the header. The file is current for other processes and survives
+// a kill of this one without torn slots (store/snapshot_mirror.cpp).
 #pragma once
 
 #include <atomic>
@@ -25,6 +26,7 @@
 #include "store/map_key.h"
 #include "store/quote_records.h"
 #include "store/snapshot_file.h"
+#include "store/snapshot_mirror.h"
 #include "udp/field_reader.h"
 
 // Key text of a record: the record's first field, viewed as text.
@@ -64,6 +66,7 @@ public:
         DeleteAll();
         VL::CAutoLock lock(m_maplock);
         m_file.Close();
+        m_file.RemoveJournal();  // the emptied file has nothing in flight
     }
 
     CBaseHQInfo(const CBaseHQInfo&) = delete;
@@ -124,6 +127,7 @@ public:
             std::memset(pSave, 0, sizeof(SaveType));
             std::memcpy(&pSave->szHQInfo, pRec, sizeof(T));
             try {
+                m_slotEntries.reserve(static_cast<size_t>(m_iSlotsUsed) + 1);
                 m_szHQInfoMap.emplace(key, pSave);
             } catch (...) {
                 delete pSave;
@@ -132,6 +136,7 @@ public:
             }
             pSave->iRecordNo = NextSlotNo();
             pSave->iCrc = pSave->iRecordNo;
+            m_slotEntries.push_back(pSave);  // capacity reserved above
             WriteToFile(pSave, 1);
             Log("CBaseHQInfo::AddHQInfo", "加入合约: %s!\n", key.GetKey());
         }
@@ -166,12 +171,14 @@ public:
         // Done under the lock (unlike a bare close/reopen) so no concurrent
         // update can write through a descriptor being replaced.
         m_file.Close();
-        int err = m_file.OpenTruncate(m_cHQDBPath);
+        int err = m_file.Open(m_cHQDBPath, false);
         if (err != 0) Log("CBaseHQInfo::DeleteAll", "打开文件: %s 失败, 错误代码: %d!\n", m_cHQDBPath, err);
+        LogMapFailure();
         m_bHeadOnDisk = false;
         m_iSlotsUsed = 0;
         for (auto& kv : m_szHQInfoMap) delete kv.second;
         m_szHQInfoMap.clear();
+        m_slotEntries.clear();
         m_dwRecvNum.store(0, std::memory_order_relaxed);
         m_dwRecvFromUDPNum.store(0, std::memory_order_relaxed);
         m_dwRecvFromMCNum.store(0, std::memory_order_relaxed);
@@ -213,13 +220,31 @@ public:
             headDirty = true;
         }
         if (pSave->iRecordNo < 1) return -2;
-        uint64_t off = kHeadSize + static_cast<uint64_t>(pSave->iRecordNo - 1) * kSlotSize;
-        if (m_file.WriteAt(pSave, kSlotSize, off) != 0) {
-            LogWriteFailure(errno);
-            return -2;
+        const uint64_t slot = static_cast<uint64_t>(pSave->iRecordNo);
+        if (slot <= m_file.SlotsInFile()) {
+            if (m_file.WriteSlot(slot, pSave) != 0) {
+                LogWriteFailure(errno);
+                return -2;
+            }
+        } else {
+            // Append every slot the file lacks, in order: after a failed
+            // append (full disk) the next one fills the gap, so the file
+            // never gets a hole of zeros.
+            for (uint64_t s = m_file.SlotsInFile() + 1; s <= slot; ++s) {
+                const SaveType* pOne = s == slot ? pSave : SlotEntry(s);
+                if (pOne == nullptr) {
+                    LogWriteFailure(EINVAL);
+                    return -2;
+                }
+                if (m_file.AppendSlot(s, pOne) != 0) {
+                    LogWriteFailure(errno);
+                    return -2;
+                }
+            }
+            LogMapFailure();
         }
         if (headDirty) {
-            if (m_file.WriteAt(&m_szHQFileHead, kHeadSize, 0) != 0) {
+            if (m_file.WriteHead(&m_szHQFileHead) != 0) {
                 LogWriteFailure(errno);
                 return -3;
             }
@@ -232,6 +257,10 @@ public:
     // the file open for updates; any other file is replaced by an empty one.
     int LoadFromFile() {
         bool bLoaded = false;
+        // An update cut by a kill is completed from the journal first.
+        if (tikron_store::SnapshotMirror::ReplayJournal(m_cHQDBPath, kHeadSize, kSlotSize) < 0) {
+            Log("CBaseHQInfo::LoadFromFile", "写文件%s失败, 错误代码: %d!\n", m_cHQDBPath, errno);
+        }
         tikron_store::SnapshotFile in;
         if (in.OpenRead(m_cHQDBPath) != 0) {
             Log("CBaseHQInfo::LoadFromFile", "tikron.db文件不存在!");
@@ -250,10 +279,11 @@ public:
             in.Close();
         }
         VL::CAutoLock lock(m_maplock);
-        int err = bLoaded ? m_file.OpenUpdate(m_cHQDBPath) : m_file.OpenTruncate(m_cHQDBPath);
+        int err = m_file.Open(m_cHQDBPath, bLoaded);
         if (err != 0) {
             Log("CBaseHQInfo::LoadFromFile", "打开文件: %s 失败, 错误代码: %d!\n", m_cHQDBPath, err);
         }
+        LogMapFailure();
         m_bHeadOnDisk = bLoaded && err == 0;
         return 0;
     }
@@ -293,6 +323,20 @@ private:
     // size after insertion; a loaded file with repeated keys keeps counting
     // its slots so that no two keys ever share one.
     int NextSlotNo() { return ++m_iSlotsUsed; }
+
+    // Entry written to slot s (1-based), or null for a slot of the loaded
+    // file whose key was taken over by a later slot.
+    const SaveType* SlotEntry(uint64_t s) const {
+        return s >= 1 && s <= m_slotEntries.size() ? m_slotEntries[s - 1] : nullptr;
+    }
+
+    void LogMapFailure() {
+        int err = m_file.TakeMapError();
+        if (err == 0) return;
+        uint64_t suppressed = 0;
+        if (!m_mapLimiter.Allow(suppressed)) return;
+        Log("CBaseHQInfo::WriteToFile", "映射文件%s失败, 错误代码: %d, 改为逐笔写文件!\n", m_cHQDBPath, err);
+    }
 
     int TodayCached() {
         time_t now = time(nullptr);
@@ -336,13 +380,26 @@ private:
                 // the slot's real position so later writes stay in the file.
                 if (pSave->iRecordNo != slot) pSave->iRecordNo = slot;
                 CMapKey key = MakeKey(pSave->szHQInfo);
-                auto it = m_szHQInfoMap.find(key);
-                if (it != m_szHQInfoMap.end()) {
-                    delete it->second;  // a key seen twice keeps the later slot
-                    it->second = pSave;
-                } else {
-                    m_szHQInfoMap.emplace(key, pSave);
-                    ++iInserted;
+                try {
+                    m_slotEntries.reserve(static_cast<size_t>(slot));
+                    auto it = m_szHQInfoMap.find(key);
+                    if (it != m_szHQInfoMap.end()) {
+                        // A key seen twice keeps the later slot.
+                        const int iOld = it->second->iRecordNo;
+                        if (iOld >= 1 && static_cast<size_t>(iOld) <= m_slotEntries.size())
+                            m_slotEntries[static_cast<size_t>(iOld) - 1] = nullptr;
+                        delete it->second;
+                        it->second = pSave;
+                    } else {
+                        m_szHQInfoMap.emplace(key, pSave);
+                        ++iInserted;
+                    }
+                    m_slotEntries.push_back(pSave);  // capacity reserved above
+                } catch (...) {
+                    delete pSave;
+                    Log("CBaseHQInfo::AddHQInfo", "new T fail!");
+                    bOk = false;
+                    break;
                 }
             }
             if (bOk) {
@@ -352,6 +409,7 @@ private:
                 // An unreadable file is discarded: start empty with a fresh one.
                 for (auto& kv : m_szHQInfoMap) delete kv.second;
                 m_szHQInfoMap.clear();
+                m_slotEntries.clear();
                 m_iSlotsUsed = 0;
                 iInserted = 0;
             }
@@ -364,11 +422,13 @@ private:
     char m_cHQDBPath[1024];
     MapType m_szHQInfoMap;
     VL::CThreadMutex m_maplock;
-    tikron_store::SnapshotFile m_file;
+    tikron_store::SnapshotMirror m_file{kHeadSize, kSlotSize};
+    std::vector<SaveType*> m_slotEntries;  // slot k's entry at k-1; not owning
     tagHQFileHead m_szHQFileHead;
     bool m_bHeadOnDisk = false;
     int m_iSlotsUsed = 0;
     time_t m_tDateSec = 0;
     int m_iDate = 0;
     tikron_store::FailureLogLimiter m_writeLimiter;
+    tikron_store::FailureLogLimiter m_mapLimiter;
 };

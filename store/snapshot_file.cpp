@@ -21,7 +21,7 @@ int SnapshotFile::Open(const char* path, int flags) {
 
 int SnapshotFile::OpenRead(const char* path) { return Open(path, O_RDONLY); }
 int SnapshotFile::OpenUpdate(const char* path) { return Open(path, O_RDWR); }
-int SnapshotFile::OpenTruncate(const char* path) { return Open(path, O_WRONLY | O_CREAT | O_TRUNC); }
+int SnapshotFile::OpenTruncate(const char* path) { return Open(path, O_RDWR | O_CREAT | O_TRUNC); }
 
 void SnapshotFile::Close() {
     if (m_fd >= 0) {

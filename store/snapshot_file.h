@@ -17,12 +17,14 @@ public:
     SnapshotFile& operator=(const SnapshotFile&) = delete;
 
     // Open modes mirror stdio: "rb" (read only), "rb+" (read/write, must
-    // exist), "wb" (create or truncate). 0 on success, else errno.
+    // exist), "wb" (create or truncate; opened read/write so the file can
+    // be mapped). 0 on success, else errno.
     int OpenRead(const char* path);
     int OpenUpdate(const char* path);
     int OpenTruncate(const char* path);
     void Close();
     bool IsOpen() const { return m_fd >= 0; }
+    int Fd() const { return m_fd; }
 
     // Reads up to n bytes from the current position, stopping only at end of
     // file: returns the count read, or -1 on error (errno kept).
