@@ -21,6 +21,7 @@
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
 #include "report/report_records.h"
+#include "report/report_text.h"
 
 using hostemu::DecodePacked;
 using hostemu::MessageSnapshot;
@@ -208,37 +209,11 @@ tagCJ_EX ExpectedDeal(const std::string& contract, char status) {
     return d;
 }
 
-tagCJ LegacyOf(const tagCJ_EX& e) {
+// The legacy record is the extended one copied by the tested legacy copy.
+tagCJ LegacyOf(tagCJ_EX e) {
     tagCJ c;
     std::memset(&c, 0, sizeof c);
-    c.entrust_no = e.entrust_no;
-    strcpy(c.futures_account, e.futures_account);
-    strcpy(c.futu_exch_type, e.futu_exch_type);
-    strcpy(c.business_no, e.business_no);
-    strncpy(c.contract_code, e.contract_code, 12);
-    strcpy(c.entrust_name, e.entrust_name);
-    strcpy(c.direction_name, e.direction_name);
-    c.business_price = e.business_price;
-    c.business_amount = e.business_amount;
-    strcpy(c.hedge_name, e.hedge_name);
-    c.fund_account = e.fund_account;
-    strcpy(c.futu_report_no, e.futu_report_no);
-    strcpy(c.firm_no, e.firm_no);
-    strcpy(c.operator_no, e.operator_no);
-    c.client_group = e.client_group;
-    c.entrust_amount = e.entrust_amount;
-    c.business_total_amount = e.business_total_amount;
-    c.cacel_amount = e.cacel_amount;
-    c.entrust_price = e.entrust_price;
-    c.entrust_status = e.entrust_status;
-    c.branch_no = e.branch_no;
-    c.batch_no = e.batch_no;
-    c.futu_entrust_type = e.futu_entrust_type;
-    c.amount_per_hand = e.amount_per_hand;
-    c.forceclose_reason = e.forceclose_reason;
-    c.init_date = e.init_date;
-    c.business_time = e.business_time;
-    strcpy(c.confirm_no, e.confirm_no);
+    ConvertCj23To17(&e, c);
     return c;
 }
 
