@@ -332,7 +332,7 @@ private:
 
     void LogMapFailure() {
         int err = m_file.TakeMapError();
-        if (err == 0) return;
+        if (err == 0 || m_lpLogService == nullptr) return;
         uint64_t suppressed = 0;
         if (!m_mapLimiter.Allow(suppressed)) return;
         Log("CBaseHQInfo::WriteToFile", "映射文件%s失败, 错误代码: %d, 改为逐笔写文件!\n", m_cHQDBPath, err);
@@ -348,6 +348,7 @@ private:
     }
 
     void LogWriteFailure(int err) {
+        if (m_lpLogService == nullptr) return;  // keep the first line for when a log is set
         uint64_t suppressed = 0;
         if (!m_writeLimiter.Allow(suppressed)) return;
         Log("CBaseHQInfo::WriteToFile", "写文件%s失败, 错误代码: %d, 此前未记录的失败: %llu!\n", m_cHQDBPath, err,

@@ -169,7 +169,16 @@ int SnapshotMirror::AppendSlot(uint64_t slotNo, const void* slot) {
         return -1;
     }
     const uint64_t off = m_headSize + (slotNo - 1) * m_slotSize;
-    if (m_file.WriteAt(slot, m_slotSize, off) != 0) return -1;
+    if (m_file.WriteAt(slot, m_slotSize, off) != 0) {
+        // A short write (full disk, size limit) must not leave part of a
+        // slot behind: cut the file back to its whole slots.
+        int err = errno;
+        if (m_regular && ftruncate(m_file.Fd(), static_cast<off_t>(off)) != 0) {
+            // Still a partial tail; the load ignores it and the next append overwrites it.
+        }
+        errno = err;
+        return -1;
+    }
     m_slots = slotNo;
     const uint64_t end = off + m_slotSize;
     // Grow (or, after an earlier failure, retry) the mapping; new keys are
