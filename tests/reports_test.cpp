@@ -456,7 +456,8 @@ TEST_F(InTempDir, UdpRecordsOverSocket) {
     EXPECT_EQ(20240307, cj.init_date);
     EXPECT_EQ(101112, cj.business_time);
     EXPECT_EQ(9, cj.business_total_amount);  // field 39 overwrites field 17
-    EXPECT_EQ(4100.5, cj.business_price);
+    const double price = cj.business_price;  // misaligned field: copy first
+    EXPECT_EQ(4100.5, price);
     tagCJ legacy = RecordOf<tagCJ>(msgs[2], "B");
     EXPECT_STREQ("SR2409C12000", legacy.contract_code);
     PackCell ly;
