@@ -13,14 +13,15 @@ IESBMessage* GetESBMsgEx(int /*callerLine*/) {
     if (g_lpMsgFactory == nullptr) return nullptr;
     IESBMessage* msg = g_lpMsgFactory->GetESBMsg();
     for (int retry = 0; msg == nullptr && retry < 3; ++retry) msg = g_lpMsgFactory->GetESBMsg();
-    if (msg != nullptr) ++g_ulGetESBNum;
+    // Relaxed atomic increments: statistics only, but bumped from many threads.
+    if (msg != nullptr) __atomic_fetch_add(&g_ulGetESBNum, 1UL, __ATOMIC_RELAXED);
     return msg;
 }
 
 void ReleaseESBMsgEx(IESBMessage* msg) {
     if (msg == nullptr) return;
     msg->Release();
-    ++g_ulReleaseESBNum;
+    __atomic_fetch_add(&g_ulReleaseESBNum, 1UL, __ATOMIC_RELAXED);
 }
 
 int SetRouteInfo(tagRouteInfo* route, IESBMessage* msg) {

@@ -193,7 +193,11 @@ TEST(ServiceDispatch, HeartbeatRequestIsAnsweredToTheCenter) {
         [](const hostemu::MessageSnapshot& m) { return m.FunctionNo() == 620000; }, 3000, &answer));
     EXPECT_EQ(1, answer.PacketType());
     EXPECT_EQ(77, answer.PacketId());
-    EXPECT_NE(0, Svc(host)->m_pHeartBeatThread->m_iSubscibeTime.load());
+    // The time is refreshed right after the answer was passed on.
+    auto& seen = Svc(host)->m_pHeartBeatThread->m_iSubscibeTime;
+    for (int i = 0; i < 300 && seen.load() == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_NE(0, seen.load());
 
     // A refused answer is released by the dispatcher.
     host.Center().SetMode(hostemu::CHostNeighbour::Refuse);
