@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "frame/local_clock.h"
+#include "frame/heartbeat_clock.h"
 #include "frame/message_service.h"
 #include "frame/service_log.h"
 
@@ -101,8 +101,9 @@ long CHeartBeatThread::Run() {
     const int timeout = svc->m_iHeartBeatTimeout;
     const int subscribe = svc->m_iEnableSubscibeToMC;
     while (m_iStop == 0 && !m_bQuit) {
-        int t = LocalTimeHms();
-        int d = LocalDateYmd();
+        const time_t now = Now();
+        int t = TimeHmsAt(now);
+        int d = DateYmdAt(now);
         if (svc->m_iInitTime < t && svc->m_iInitDate != d) {
             if (svc->SysInit() == 0) {
                 svc->m_iInitDate = d;
@@ -112,9 +113,10 @@ long CHeartBeatThread::Run() {
                           svc->m_iInitTime, d);
             }
         }
-        if (time(nullptr) - m_iSubscibeTime.load() > timeout) m_iStatus = 0;
+        if (now - m_iSubscibeTime.load() > timeout) m_iStatus = 0;
         if (m_iStatus == 0 && subscribe == 1) svc->AddToMap();
         if (subscribe == 1) svc->SendRequest(m_pPacker);
+        ++m_ulPasses;
         m_szStopEvent.Wait(1000);
     }
     return 0;

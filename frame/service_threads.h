@@ -55,6 +55,13 @@ public:
     KAVLE2::CEvent m_szStopEvent;
     CMessageServiceImpl* m_lpOwnerService;
 
+    // The heartbeat's clock: wall time plus m_lClockOffset seconds (0 in
+    // production; tests move it to cross days or time-outs without waiting).
+    std::atomic<long> m_lClockOffset{0};
+    time_t Now() const { return time(nullptr) + static_cast<time_t>(m_lClockOffset.load()); }
+    // Passes of the loop completed so far (lets callers wait for the next one).
+    std::atomic<unsigned long> m_ulPasses{0};
+
 private:
     std::atomic<bool> m_bQuit{false};  // set by Signal: the object is being stopped
 };

@@ -177,5 +177,5 @@ int CTIKRONServiceImpl::SysInit() {
 }
 
 void CTIKRONServiceImpl::RefreshSubscribeTime() {
-    if (m_pHeartBeatThread != nullptr) m_pHeartBeatThread->m_iSubscibeTime = time(nullptr);
+    if (m_pHeartBeatThread != nullptr) m_pHeartBeatThread->m_iSubscibeTime = m_pHeartBeatThread->Now();
 }
