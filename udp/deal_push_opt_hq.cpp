@@ -1,8 +1,8 @@
-// 'Z' option quote push: its record layout is not settled yet, so the datagram is
-// counted and dropped with a log line.
+// 'Z' option quote push: read into its record and published under 620031
+// (layout in docs/records.md).
 #include "frame/tikron_service.h"
-#include "udp/push_drop_counter.h"
+#include "udp/push_handler.h"
 
 int CTIKRONServiceImpl::DealPUSH_OPT_HQ(void* data, int len) {
-    return tikron_udp::DropPush(*this, tikron_udp::PUSH_OPT_HQ, "CTIKRONServiceImpl::DealPUSH_OPT_HQ", data, len);
+    return tikron_udp::DealPush(*this, tikron_udp::OptHqSpec(), data, len);
 }

@@ -1,8 +1,8 @@
-// 'S' STP strategy push: its record layout is not settled yet, so the datagram is
-// counted and dropped with a log line.
+// 'S' STP strategy push of an account: read into its record and published under 620031
+// (layout in docs/records.md).
 #include "frame/tikron_service.h"
-#include "udp/push_drop_counter.h"
+#include "udp/push_handler.h"
 
 int CTIKRONServiceImpl::DealPUSH_STP(void* data, int len) {
-    return tikron_udp::DropPush(*this, tikron_udp::PUSH_STP, "CTIKRONServiceImpl::DealPUSH_STP", data, len);
+    return tikron_udp::DealPush(*this, tikron_udp::StpSpec(), data, len);
 }

@@ -1,17 +1,11 @@
-// Option and STP push records ('S', 'D', 'X', 'Y', 'Z') are not processed
-// yet: each one is counted here, logged and dropped.
+// Earlier name of the push statistics: PushDropped counts the datagrams
+// received per kind, like PushReceived. New code uses udp/push_counter.h.
 #pragma once
 
-#include "frame/tikron_service.h"
+#include "udp/push_counter.h"
 
 namespace tikron_udp {
 
-enum PushKind { PUSH_STP, PUSH_EXERCISE_STATUS, PUSH_OPT_ENTRUST, PUSH_OPT_CJHB, PUSH_OPT_HQ, PUSH_KINDS };
-
-// Counts the datagram, writes one log line under function and returns 0.
-int DropPush(CTIKRONServiceImpl& svc, PushKind kind, const char* function, const void* data, int len);
-
-// Datagrams of a kind dropped so far by this loaded plug-in.
-unsigned long PushDropped(PushKind kind);
+inline unsigned long PushDropped(PushKind kind) { return PushReceived(kind); }
 
 }  // namespace tikron_udp
