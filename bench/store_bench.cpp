@@ -1,10 +1,16 @@
-// Quote store costs: updating an existing key with and without the snapshot
-// mirror, and parsing each record kind from datagram text, next to a plain
-// atof/atoi split of the same text as the baseline.
+// Quote store costs: updating an existing key with the mapped snapshot mirror,
+// with the pwrite mirror (one system call per update) and without a file, next
+// to a plain map update as the baseline; and parsing each record kind from
+// datagram text, next to a plain atof/atoi split of the same text.
+// System calls per update: the "rw_syscalls/update" counter counts read and
+// write calls (/proc/self/io syscr + syscw); for every kind of call run one
+// benchmark under `strace -c -f --benchmark_filter=<name>`.
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <fstream>
 
 #include <cstdlib>
 #include <cstring>
@@ -48,17 +54,33 @@ tagHQInfo_EX Record(int k, int i) {
     return r;
 }
 
+// Read and write system calls of this process so far (/proc/self/io).
+uint64_t ReadWriteSyscalls() {
+    std::ifstream in("/proc/self/io");
+    std::string name;
+    uint64_t value = 0, total = 0;
+    while (in >> name >> value) {
+        if (name == "syscr:" || name == "syscw:") total += value;
+    }
+    return total;
+}
+
 void UpdateExisting(benchmark::State& state, CTIKRONInfo_EX& table) {
     for (int k = 0; k < kCodeCount; ++k) {
         tagHQInfo_EX r = Record(k, 0);
         table.AddHQInfo(&r, 0);
     }
     int i = 0;
+    uint64_t before = ReadWriteSyscalls();
     for (auto _ : state) {
         tagHQInfo_EX r = Record(i % kCodeCount, i);
         benchmark::DoNotOptimize(table.AddHQInfo(&r, 0));
         ++i;
     }
+    uint64_t after = ReadWriteSyscalls();
+    // The two /proc reads themselves count a few; negligible over the run.
+    state.counters["rw_syscalls/update"] =
+        benchmark::Counter(static_cast<double>(after - before) / static_cast<double>(i > 0 ? i : 1));
 }
 
 void BM_AddHQInfo_ExistingKey_WithSnapshot(benchmark::State& state) {
@@ -66,6 +88,15 @@ void BM_AddHQInfo_ExistingKey_WithSnapshot(benchmark::State& state) {
     UpdateExisting(state, table);
 }
 BENCHMARK(BM_AddHQInfo_ExistingKey_WithSnapshot);
+
+// The previous mirror: one pwrite of the slot per update.
+void BM_AddHQInfo_ExistingKey_PwriteMirror(benchmark::State& state) {
+    tikron_store::SnapshotMirror::SetMappingEnabled(false);
+    CTIKRONInfo_EX table(TempPath("tikron_ex_bench_pwrite.db").c_str());
+    tikron_store::SnapshotMirror::SetMappingEnabled(true);
+    UpdateExisting(state, table);
+}
+BENCHMARK(BM_AddHQInfo_ExistingKey_PwriteMirror);
 
 void BM_AddHQInfo_ExistingKey_NoFile(benchmark::State& state) {
     CTIKRONInfo_EX table(kNoFile);
@@ -107,6 +138,18 @@ void BM_Parse_SingleLeg_Legacy(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_Parse_SingleLeg_Legacy);
+
+// The same parse with the table's mapped snapshot mirror behind it.
+void BM_Parse_SingleLeg_Extended_WithSnapshot(benchmark::State& state) {
+    CTIKRONInfo_EX table(TempPath("tikron_ex_parse_bench.db").c_str());
+    std::string text = SingleLegText("IF2412", "F4") + ",93015,";
+    for (auto _ : state) {
+        tagHQInfo_EX r;
+        std::memset(&r, 0, sizeof r);
+        benchmark::DoNotOptimize(table.GetHQFromData(text.c_str(), static_cast<int>(text.size()), &r));
+    }
+}
+BENCHMARK(BM_Parse_SingleLeg_Extended_WithSnapshot);
 
 void BM_Parse_SingleLeg_Extended(benchmark::State& state) {
     CTIKRONInfo_EX table(kNoFile);
