@@ -6,7 +6,6 @@
 #include "quote/text_fields.h"
 
 using tikron::CopyText;
-using tikron::FieldLen;
 using tikron::TextWriter;
 
 namespace {
@@ -103,22 +102,48 @@ void CopyQrxCommon(const tagQRX_HQ& q, T& out) {
 int Convert24To33105(tagEXCHSTATUS* r, char* text, int size) {
     if (r == nullptr || text == nullptr || size < 1) return -1;
     TextWriter w(text, static_cast<std::size_t>(size));
-    w.Add("%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%d", FieldLen(r->futu_exch_type), r->futu_exch_type,
-          FieldLen(r->futu_status), r->futu_status, r->can_trade);
+    // "%s\x01%s\x01%d"
+    w.Field(r->futu_exch_type);
+    w.Sep();
+    w.Field(r->futu_status);
+    w.Sep();
+    w.Int(r->can_trade);
     return w.Truncated() ? QUOTE_TEXT_TRUNCATED : 0;
 }
 
 int Convert18To33102(tagArgHQInfo* r, char* text, int size) {
     if (r == nullptr || text == nullptr || size < 1) return -1;
     TextWriter w(text, static_cast<std::size_t>(size));
-    w.Add("%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%.*s" TIKRON_SEP "%c" TIKRON_SEP
-          "%f" TIKRON_SEP "%d" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP
-          "%d" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f",
-          FieldLen(r->contract_code), r->contract_code, FieldLen(r->futu_exch_type),
-          r->futu_exch_type, FieldLen(r->first_code), r->first_code, FieldLen(r->second_code),
-          r->second_code, r->arbi_type, r->buy_price, r->buy_amount, r->buy_total_amount,
-          r->sale_price, r->sale_amount, r->sale_total_amount, r->futu_high_price,
-          r->futu_low_price, r->uplimited_price, r->downlimited_price);
+    // "%s %s %s %s %c %f %d %d %f %d %d %f %f %f %f", 0x01 between fields.
+    w.Field(r->contract_code);
+    w.Sep();
+    w.Field(r->futu_exch_type);
+    w.Sep();
+    w.Field(r->first_code);
+    w.Sep();
+    w.Field(r->second_code);
+    w.Sep();
+    w.Chr(r->arbi_type);
+    w.Sep();
+    w.Dbl(r->buy_price);
+    w.Sep();
+    w.Int(r->buy_amount);
+    w.Sep();
+    w.Int(r->buy_total_amount);
+    w.Sep();
+    w.Dbl(r->sale_price);
+    w.Sep();
+    w.Int(r->sale_amount);
+    w.Sep();
+    w.Int(r->sale_total_amount);
+    w.Sep();
+    w.Dbl(r->futu_high_price);
+    w.Sep();
+    w.Dbl(r->futu_low_price);
+    w.Sep();
+    w.Dbl(r->uplimited_price);
+    w.Sep();
+    w.Dbl(r->downlimited_price);
     return w.Truncated() ? QUOTE_TEXT_TRUNCATED : 0;
 }
 
@@ -130,30 +155,61 @@ char* Convert22To33100(tagHQInfo_EX* r, char* buf, int size) {
     }
     char* body = buf + kHeaderRoom;
     TextWriter w(body, static_cast<std::size_t>(size - kHeaderRoom));
-    w.Add("%d" TIKRON_SEP "%d" TIKRON_SEP, r->time_stamp, 0);
-    w.Add("%.*s" TIKRON_SEP, FieldLen(r->futu_exch_type), r->futu_exch_type);
-    w.Add(TIKRON_SEP);  // commodity type: always empty
-    w.Add("%.*s" TIKRON_SEP, FieldLen(r->contract_code), r->contract_code);
-    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP, r->pre_square_price,
-          r->pre_close_price, r->pre_open_interest, r->pre_delta);
-    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->futu_open_price,
-          r->futu_last_price, r->buy_high_price, r->buy_high_amount);
-    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP, r->sale_low_price, r->sale_low_amount);
-    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP "%f" TIKRON_SEP, r->futu_high_price,
-          r->futu_low_price, r->uplimited_price, r->downlimited_price);
-    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP, r->average_price, r->change_direction);
-    w.Add("%d" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP, r->business_amount, r->bear_amount,
-          r->business_balance);
-    w.Add("%f" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP, r->futu_close_price,
-          r->square_price, 0, r->curr_delta);
-    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->bid_price2,
-          r->bid_volume2, r->bid_price3, r->bid_volume3);
-    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->bid_price4,
-          r->bid_volume4, r->bid_price5, r->bid_volume5);
-    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d" TIKRON_SEP, r->ask_price2,
-          r->ask_volume2, r->ask_price3, r->ask_volume3);
-    w.Add("%f" TIKRON_SEP "%d" TIKRON_SEP "%f" TIKRON_SEP "%d", r->ask_price4, r->ask_volume4,
-          r->ask_price5, r->ask_volume5);
+    // Every field but the last is followed by the separator.
+    auto dbl = [&w](double v) {
+        w.Dbl(v);
+        w.Sep();
+    };
+    auto num = [&w](int v) {
+        w.Int(v);
+        w.Sep();
+    };
+    num(r->time_stamp);
+    num(0);  // quote index
+    w.Field(r->futu_exch_type);
+    w.Sep();
+    w.Sep();  // commodity type: always empty
+    w.Field(r->contract_code);
+    w.Sep();
+    dbl(r->pre_square_price);
+    dbl(r->pre_close_price);
+    dbl(r->pre_open_interest);
+    dbl(r->pre_delta);
+    dbl(r->futu_open_price);
+    dbl(r->futu_last_price);
+    dbl(r->buy_high_price);
+    num(r->buy_high_amount);
+    dbl(r->sale_low_price);
+    num(r->sale_low_amount);
+    dbl(r->futu_high_price);
+    dbl(r->futu_low_price);
+    dbl(r->uplimited_price);
+    dbl(r->downlimited_price);
+    dbl(r->average_price);
+    dbl(r->change_direction);
+    num(r->business_amount);
+    num(r->bear_amount);
+    dbl(r->business_balance);
+    dbl(r->futu_close_price);
+    dbl(r->square_price);
+    num(0);  // current date
+    dbl(r->curr_delta);
+    dbl(r->bid_price2);
+    num(r->bid_volume2);
+    dbl(r->bid_price3);
+    num(r->bid_volume3);
+    dbl(r->bid_price4);
+    num(r->bid_volume4);
+    dbl(r->bid_price5);
+    num(r->bid_volume5);
+    dbl(r->ask_price2);
+    num(r->ask_volume2);
+    dbl(r->ask_price3);
+    num(r->ask_volume3);
+    dbl(r->ask_price4);
+    num(r->ask_volume4);
+    dbl(r->ask_price5);
+    w.Int(r->ask_volume5);
 
     char header[kHeaderRoom + 1];
     const int hlen = std::snprintf(header, sizeof header, "0" TIKRON_SEP "%d" TIKRON_SEP,

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "quote/number_format.h"
+
 // Field separator of every text record.
 #define TIKRON_SEP "\x01"
 
@@ -38,11 +40,57 @@ public:
         m_len += static_cast<std::size_t>(n);
     }
 
+    // Typed appends without printf, byte-identical to Add with "%f", "%d",
+    // "%.*s" (a fixed-width field up to its terminator), "%c" and the
+    // separator; the same bound and truncation rules apply.
+    void Put(const char* p, std::size_t n) {
+        if (!Room()) return;
+        const std::size_t left = m_size - m_len;
+        if (n >= left) {
+            std::memcpy(m_buf + m_len, p, left - 1);
+            m_len = m_size - 1;
+            m_buf[m_len] = '\0';
+            m_truncated = true;
+            return;
+        }
+        std::memcpy(m_buf + m_len, p, n);
+        m_len += n;
+        m_buf[m_len] = '\0';
+    }
+    void Dbl(double v) {
+        if (!Room()) return;
+        if (m_size - m_len > kFixed6MaxLen) {
+            m_len = static_cast<std::size_t>(FormatFixed6(m_buf + m_len, v) - m_buf);
+            m_buf[m_len] = '\0';
+            return;
+        }
+        char tmp[kFixed6MaxLen];
+        Put(tmp, static_cast<std::size_t>(FormatFixed6(tmp, v) - tmp));
+    }
+    void Int(int v) {
+        char tmp[kIntMaxLen];
+        Put(tmp, static_cast<std::size_t>(FormatInt(tmp, v) - tmp));
+    }
+    template <std::size_t N>
+    void Field(const char (&field)[N]) {
+        Put(field, strnlen(field, N));
+    }
+    void Chr(char c) { Put(&c, 1); }
+    void Sep() { Put(TIKRON_SEP, 1); }
+
     // Bytes written, the zero bytes printed by "%c" of 0 included.
     std::size_t Length() const { return m_len; }
     bool Truncated() const { return m_truncated; }
 
 private:
+    bool Room() {
+        if (m_buf == nullptr || m_size == 0 || m_truncated) {
+            m_truncated = true;
+            return false;
+        }
+        return true;
+    }
+
     char* m_buf;
     std::size_t m_size;
     std::size_t m_len = 0;

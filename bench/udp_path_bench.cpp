@@ -1,0 +1,190 @@
+// Consumer-side cost of one single-leg quote datagram, without network noise:
+// the whole dispatch (DoUDPHelper: framing, both parsers, both tables with
+// their snapshot files, the 33100 text, three publications into a neighbour
+// that counts and releases) and its parts. Baseline in the same run: a
+// memcpy of the datagram (BM_Baseline_CopyDatagram), so figures can be read
+// as ratios on any machine.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "frame/tikron_service.h"
+#include "host/host_emulator.h"
+#include "quote/quote_text.h"
+#include "store/hq_tables.h"
+#include "store/single_leg_fields.h"
+#include "udp/udp_publish.h"
+
+namespace {
+
+constexpr int kContracts = 500;
+
+// The same datagram shape the ingest benchmark sends.
+std::vector<std::string> MakeDatagrams() {
+    std::vector<std::string> out;
+    for (int i = 0; i < kContracts; ++i) {
+        char text[1024];
+        snprintf(text, sizeof text,
+                 "IF%04d,3850.2,3855.0,3861.4,3861.2,12,340,3861.6,8,290,3870.0,3845.2,3858.37,11.2,80321,"
+                 "160234,92973211400.0,4235.2,3465.2,X,0,0,0,0,3849.8,158000,0,0,0,0,3861.0,5,3860.8,7,"
+                 "3860.6,9,3860.4,11,3861.8,4,3862.0,6,3862.2,8,3862.4,10,F4,93015,",
+                 i);
+        char head[8];
+        snprintf(head, sizeof head, "0%05d", static_cast<int>(strlen(text)));
+        out.push_back(std::string(head) + text);
+    }
+    return out;
+}
+
+// Service with its four tables in a scratch directory and a counting
+// neighbour as the next service.
+class Fixture {
+public:
+    Fixture() {
+        char tmpl[] = "/tmp/tikron_pathb_XXXXXX";
+        m_dir = mkdtemp(tmpl) ? tmpl : "/tmp";
+        g_lpMsgFactory = &m_factory;
+        m_svc = new CTIKRONServiceImpl();
+        m_center.SetMode(hostemu::CHostNeighbour::CountOnly);
+        m_svc->RegisterPrevService(&m_center);
+        m_svc->m_pPacker = m_pack.GetPacker(33);
+        m_svc->m_pTIKRONInfo = new CTIKRONInfo((m_dir + "/tikron.db").c_str());
+        m_svc->m_pTIKRONInfo_EX = new CTIKRONInfo_EX((m_dir + "/tikron_ex.db").c_str());
+        m_svc->m_pTIKRONARGInfo = new CTIKRONARGInfo((m_dir + "/tikronarg.db").c_str());
+        m_svc->m_pFUTUExchStatusInfo = new CExchStatusInfo((m_dir + "/status.db").c_str());
+        m_grams = MakeDatagrams();
+    }
+    ~Fixture() {
+        m_svc->Release();
+        g_lpMsgFactory = nullptr;
+        (void)system(("rm -rf '" + m_dir + "'").c_str());
+    }
+    CTIKRONServiceImpl& Svc() { return *m_svc; }
+    const std::string& Gram(long i) const { return m_grams[static_cast<size_t>(i % kContracts)]; }
+    size_t Published() const { return m_center.Count(); }
+
+private:
+    std::string m_dir;
+    hostemu::CHostMessageFactory m_factory;
+    hostemu::CHostPackSvr m_pack;
+    hostemu::CHostNeighbour m_center{"mc"};
+    CTIKRONServiceImpl* m_svc;
+    std::vector<std::string> m_grams;
+};
+
+void BM_Baseline_CopyDatagram(benchmark::State& state) {
+    std::vector<std::string> grams = MakeDatagrams();
+    char buf[1024];
+    long i = 0;
+    for (auto _ : state) {
+        const std::string& g = grams[static_cast<size_t>(i++ % kContracts)];
+        memcpy(buf, g.data(), g.size());
+        benchmark::DoNotOptimize(buf);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_Baseline_CopyDatagram);
+
+// The consumer thread's whole work for one '0' datagram.
+void BM_DoUDPHelper(benchmark::State& state) {
+    Fixture fx;
+    long i = 0;
+    for (auto _ : state) {
+        const std::string& g = fx.Gram(i++);
+        benchmark::DoNotOptimize(
+            fx.Svc().DoUDPHelper(const_cast<char*>(g.c_str()), static_cast<int>(g.size())));
+    }
+    if (fx.Published() != static_cast<size_t>(state.iterations()) * 3)
+        state.SkipWithError("not every datagram published three messages");
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_DoUDPHelper);
+
+// Text fields only: the comma reader into an extended record.
+void BM_ParseSingleLeg(benchmark::State& state) {
+    std::vector<std::string> grams = MakeDatagrams();
+    long i = 0;
+    for (auto _ : state) {
+        tagHQInfo_EX ex;
+        memset(&ex, 0, sizeof ex);
+        const char* cur = grams[static_cast<size_t>(i++ % kContracts)].c_str() + 6;
+        benchmark::DoNotOptimize(tikron_store::ReadSingleLegFields(&cur, ex));
+        benchmark::DoNotOptimize(ex);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_ParseSingleLeg);
+
+// Parse plus store (table update and snapshot slot write).
+void BM_GetHQFromData(benchmark::State& state) {
+    Fixture fx;
+    long i = 0;
+    for (auto _ : state) {
+        tagHQInfo_EX ex;
+        memset(&ex, 0, sizeof ex);
+        const std::string& g = fx.Gram(i++);
+        benchmark::DoNotOptimize(fx.Svc().m_pTIKRONInfo_EX->GetHQFromData(
+            g.c_str() + 6, static_cast<int>(g.size()) - 6 - 17, &ex));
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_GetHQFromData);
+
+tagHQInfo_EX ParsedRecord() {
+    std::vector<std::string> grams = MakeDatagrams();
+    tagHQInfo_EX ex;
+    memset(&ex, 0, sizeof ex);
+    const char* cur = grams[7].c_str() + 6;
+    tikron_store::ReadSingleLegFields(&cur, ex);
+    return ex;
+}
+
+void BM_Convert22To33100(benchmark::State& state) {
+    tagHQInfo_EX ex = ParsedRecord();
+    char buf[16384];
+    for (auto _ : state) {
+        ex.time_stamp++;
+        benchmark::DoNotOptimize(Convert22To33100(&ex, buf, sizeof buf));
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_Convert22To33100);
+
+// One publication of the raw 328-byte record (issue type 22).
+void BM_PublishRaw(benchmark::State& state) {
+    Fixture fx;
+    tagHQInfo_EX ex = ParsedRecord();
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(tikron_udp::Publish(
+            fx.Svc(), tikron_udp::kFuncQuotePublish, 22, tikron_udp::TextKey("contract_code", "IF0007"),
+            tikron_udp::RawQuoteBody(tikron_udp::kTypeSingleLeg, &ex, static_cast<int>(sizeof ex))));
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_PublishRaw);
+
+// One publication of the 33100 text.
+void BM_PublishText(benchmark::State& state) {
+    Fixture fx;
+    tagHQInfo_EX ex = ParsedRecord();
+    char buf[16384];
+    const char* text = Convert22To33100(&ex, buf, sizeof buf);
+    const int width = static_cast<int>(strlen(text)) + 1;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(tikron_udp::Publish(fx.Svc(), tikron_udp::kFuncQuotePublish, 33100,
+                                                     tikron_udp::TextKey("contract_code", "IF0007"),
+                                                     tikron_udp::TextBody(text, width)));
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_PublishText);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,125 @@
+#include "quote/number_format.h"
+
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+namespace tikron {
+
+namespace {
+
+constexpr uint64_t kScale = 1000000;  // six decimals
+
+const char kPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// Decimal digits of v (no leading zeros, "0" for 0).
+char* PutUnsigned(char* out, uint64_t v) {
+    char tmp[20];
+    char* p = tmp + sizeof tmp;
+    while (v >= 100) {
+        const unsigned r = static_cast<unsigned>(v % 100);
+        v /= 100;
+        p -= 2;
+        std::memcpy(p, kPairs + 2 * r, 2);
+    }
+    if (v >= 10) {
+        p -= 2;
+        std::memcpy(p, kPairs + 2 * v, 2);
+    } else {
+        *--p = static_cast<char>('0' + v);
+    }
+    const std::size_t n = static_cast<std::size_t>(tmp + sizeof tmp - p);
+    std::memcpy(out, p, n);
+    return out + n;
+}
+
+// "<int>.<six digits>" of q millionths.
+char* PutMillionths(char* out, uint64_t q) {
+    out = PutUnsigned(out, q / kScale);
+    unsigned frac = static_cast<unsigned>(q % kScale);
+    *out = '.';
+    std::memcpy(out + 5, kPairs + 2 * (frac % 100), 2);
+    frac /= 100;
+    std::memcpy(out + 3, kPairs + 2 * (frac % 100), 2);
+    frac /= 100;
+    std::memcpy(out + 1, kPairs + 2 * frac, 2);
+    return out + 7;
+}
+
+// Finite values whose scaled value is too large (or tiny with a long binary
+// fraction) for the exact integer path below: the library's exact printer.
+char* SlowFixed6(char* out, double value) {
+    const auto r = std::to_chars(out, out + kFixed6MaxLen, value, std::chars_format::fixed, 6);
+    if (r.ec == std::errc()) return r.ptr;
+    // Cannot happen for a finite double within kFixed6MaxLen; stay printf's.
+    char tmp[kFixed6MaxLen + 8];
+    const int n = std::snprintf(tmp, sizeof tmp, "%f", value);
+    const std::size_t len = n < 0 ? 0 : (static_cast<std::size_t>(n) < kFixed6MaxLen ? static_cast<std::size_t>(n) : kFixed6MaxLen);
+    std::memcpy(out, tmp, len);
+    return out + len;
+}
+
+}  // namespace
+
+char* FormatFixed6(char* out, double value) {
+    uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    const bool negative = (bits >> 63) != 0;
+    const int biased = static_cast<int>((bits >> 52) & 0x7ff);
+    uint64_t mant = bits & ((uint64_t{1} << 52) - 1);
+    if (biased == 0x7ff) {
+        // inf/nan: exactly what the C library prints ("inf", "-nan", ...).
+        char tmp[16];
+        const int n = std::snprintf(tmp, sizeof tmp, "%f", value);
+        const std::size_t len = n < 0 ? 0 : (static_cast<std::size_t>(n) < sizeof tmp ? static_cast<std::size_t>(n) : sizeof tmp - 1);
+        std::memcpy(out, tmp, len);
+        return out + len;
+    }
+    char* p = out;
+    if (negative) *p++ = '-';
+    if (biased == 0 && mant == 0) {
+        std::memcpy(p, "0.000000", 8);
+        return p + 8;
+    }
+    if (biased == 0) return SlowFixed6(out, value);  // denormal: far below 0.0000005
+    mant |= uint64_t{1} << 52;
+    const int exp2 = biased - 1075;  // |value| = mant * 2^exp2
+    if (exp2 >= 0) {
+        // An integer; exact in 64 bits while mant << exp2 < 2^63.
+        if (exp2 > 10) return SlowFixed6(out, value);
+        p = PutUnsigned(p, mant << exp2);
+        std::memcpy(p, ".000000", 7);
+        return p + 7;
+    }
+    const int shift = -exp2;
+    if (shift > 120) {
+        // Below 2^-67: rounds to zero at six decimals.
+        std::memcpy(p, "0.000000", 8);
+        return p + 8;
+    }
+    // |value| * 10^6 exactly as a 128-bit fraction mant * 10^6 / 2^shift
+    // (mant * 10^6 < 2^73), rounded to nearest with ties to even as printf
+    // does in the default rounding mode.
+    const unsigned __int128 scaled = static_cast<unsigned __int128>(mant) * kScale;
+    unsigned __int128 q = scaled >> shift;
+    const unsigned __int128 rem = scaled - (q << shift);
+    const unsigned __int128 half = static_cast<unsigned __int128>(1) << (shift - 1);
+    if (rem > half || (rem == half && (q & 1) != 0)) ++q;
+    if ((q >> 64) != 0) return SlowFixed6(out, value);
+    return PutMillionths(p, static_cast<uint64_t>(q));
+}
+
+char* FormatInt(char* out, int value) {
+    if (value < 0) {
+        *out++ = '-';
+        // Negate in unsigned arithmetic: INT_MIN has no positive int.
+        return PutUnsigned(out, uint64_t{0} - static_cast<uint64_t>(static_cast<int64_t>(value)));
+    }
+    return PutUnsigned(out, static_cast<uint64_t>(value));
+}
+
+}  // namespace tikron
