@@ -105,8 +105,10 @@ void CHostMessageItem::SetRaw(const char* p, size_t n) {
         m_rawLen = 0;
         return;
     }
-    m_raw.assign(n + kRawPad, 0);
+    // Capacity is kept across messages of the pool, so this rarely allocates.
+    m_raw.resize(n + kRawPad);
     memcpy(m_raw.data(), p, n);
+    memset(m_raw.data() + n, 0, kRawPad);
     m_rawLen = n;
 }
 
@@ -116,6 +118,7 @@ int CHostMessageItem::GetCount() {
 }
 
 void CHostMessageItem::Clear() {
+    if (m_values.empty() && m_rawLen == 0) return;
     m_values.clear();
     m_raw.clear();
     m_rawLen = 0;
@@ -248,10 +251,10 @@ int CHostMessage::Release() {
 }
 
 CHostMessageItem* CHostMessage::Item(int tag) {
-    auto it = m_items.find(tag);
-    if (it != m_items.end()) return it->second.get();
+    for (auto& kv : m_items)
+        if (kv.first == tag) return kv.second.get();
     auto* item = new CHostMessageItem(this);
-    m_items.emplace(tag, std::unique_ptr<CHostMessageItem>(item));
+    m_items.emplace_back(tag, std::unique_ptr<CHostMessageItem>(item));
     return item;
 }
 

@@ -138,7 +138,11 @@ private:
     CHostMessageFactory* m_factory;
     std::atomic<bool> m_released{false};
     uint64_t m_serial = 0;
-    std::map<int, std::unique_ptr<CHostMessageItem>> m_items;
+    // Only the tags ever used on this object, in first-use order: a message
+    // carries a handful of items, so a linear scan beats any map, and
+    // clearing touches only those. Items are never removed (pointers handed
+    // out stay valid while the message is pooled).
+    std::vector<std::pair<int, std::unique_ptr<CHostMessageItem>>> m_items;
     std::vector<char> m_encoded;
 };
 

@@ -227,16 +227,30 @@ int CHostPacker::BeginPack() {
     return 0;
 }
 
+unsigned char* CHostPacker::Grow(size_t n) {
+    const size_t at = m_buf.size();
+    m_buf.resize(at + n);
+    return m_buf.data() + at;
+}
+
+namespace {
+inline unsigned char* PutU32At(unsigned char* p, uint32_t v) {
+    wire::SetU32At(p, v);
+    return p + 4;
+}
+}  // namespace
+
 int CHostPacker::AddField(const char* name, char type, int width, int scale) {
     if (m_buf.size() < kHeader) BeginPack();
     if (m_valuesStarted || name == nullptr) return -1;
-    size_t n = strlen(name);
+    size_t n = strnlen(name, 256);
     if (n == 0 || n > 255 || m_cols >= kMaxColumns) return -1;
-    m_buf.push_back(static_cast<unsigned char>(type));
-    m_buf.push_back(static_cast<unsigned char>(n));
-    wire::PutBytes(m_buf, name, n);
-    wire::PutI32(m_buf, width);
-    wire::PutI32(m_buf, scale);
+    unsigned char* p = Grow(2 + n + 8);
+    p[0] = static_cast<unsigned char>(type);
+    p[1] = static_cast<unsigned char>(n);
+    memcpy(p + 2, name, n);
+    p = PutU32At(p + 2 + n, static_cast<uint32_t>(width));
+    PutU32At(p, static_cast<uint32_t>(scale));
     ++m_cols;
     return 0;
 }
@@ -253,20 +267,20 @@ bool CHostPacker::BeginValue(char kind) {
 int CHostPacker::AddStr(const char* value) {
     if (!BeginValue('S')) return -1;
     size_t n = value != nullptr ? strlen(value) : 0;
-    wire::PutU32(m_buf, static_cast<uint32_t>(n));
-    if (n != 0) wire::PutBytes(m_buf, value, n);
+    unsigned char* p = PutU32At(Grow(4 + n), static_cast<uint32_t>(n));
+    if (n != 0) memcpy(p, value, n);
     return 0;
 }
 
 int CHostPacker::AddInt(int value) {
     if (!BeginValue('I')) return -1;
-    wire::PutI32(m_buf, value);
+    PutU32At(Grow(4), static_cast<uint32_t>(value));
     return 0;
 }
 
 int CHostPacker::AddDouble(double value) {
     if (!BeginValue('D')) return -1;
-    wire::PutBytes(m_buf, &value, sizeof(value));
+    memcpy(Grow(sizeof value), &value, sizeof value);
     return 0;
 }
 
@@ -280,8 +294,8 @@ int CHostPacker::PackRaw(const void* data, int len) {
     if (m_svr != nullptr && m_svr->PackRawFails()) return -1;
     if (len < 0 || (data == nullptr && len > 0)) return -1;
     if (!BeginValue('R')) return -1;
-    wire::PutU32(m_buf, static_cast<uint32_t>(len));
-    if (len > 0) wire::PutBytes(m_buf, data, static_cast<size_t>(len));
+    unsigned char* p = PutU32At(Grow(4 + static_cast<size_t>(len)), static_cast<uint32_t>(len));
+    if (len > 0) memcpy(p, data, static_cast<size_t>(len));
     return 0;
 }
 

@@ -94,6 +94,8 @@ public:
 private:
     bool BeginValue(char kind);
     void PatchCounts();
+    // Extends the buffer by n bytes and returns where they start.
+    unsigned char* Grow(size_t n);
 
     CHostPackSvr* m_svr;
     int m_version;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "quote/number_format.h"
 #include "quote/text_builder.h"
 #include "quote/text_fields.h"
 
@@ -211,9 +212,13 @@ char* Convert22To33100(tagHQInfo_EX* r, char* buf, int size) {
     dbl(r->ask_price5);
     w.Int(r->ask_volume5);
 
+    // "0\x01%d\x01" with the body length.
     char header[kHeaderRoom + 1];
-    const int hlen = std::snprintf(header, sizeof header, "0" TIKRON_SEP "%d" TIKRON_SEP,
-                                   static_cast<int>(w.Length()));
+    header[0] = '0';
+    header[1] = '\x01';
+    char* hend = tikron::FormatInt(header + 2, static_cast<int>(w.Length()));
+    *hend++ = '\x01';
+    const int hlen = static_cast<int>(hend - header);
     // The body length has at most 10 digits, so the header always fits.
     char* start = body - hlen;
     std::memcpy(start, header, static_cast<std::size_t>(hlen));
