@@ -39,16 +39,23 @@ void PublishExtended(CTIKRONServiceImpl& svc, tagHQInfo_EX& rec, const char* tex
             RawQuoteBody(kTypeSingleLeg, &rec, static_cast<int>(sizeof rec)));
 }
 
+// The legacy record is copied from a parsed extended one (see DealCommaFeed)
+// only while both readers refuse the same exchange codes.
+static_assert(sizeof(tagHQInfo::futu_exch_type) == sizeof(tagHQInfo_EX::futu_exch_type),
+              "exchange code widths differ");
+
 int DealCommaFeed(CTIKRONServiceImpl& svc, const char* data, int len) {
     int r = svc.CheckUDPData(const_cast<char*>(data), len);
     if (r != '0') {
         TikronLog(svc.m_lpLogService, kFn, "包格式不对, 错误代码: %d!", r);
         return -2;
     }
+    tagHQInfo_EX ex;
+    memset(&ex, 0, sizeof ex);
+    bool exParsed = false;
     if (svc.m_pTIKRONInfo_EX != nullptr) {
-        tagHQInfo_EX ex;
-        memset(&ex, 0, sizeof ex);
         if (svc.m_pTIKRONInfo_EX->AddHQData(data, len, &ex, '0', 0) == 0) {
+            exParsed = true;
             char buf[kQuoteTextBuf];
             const char* text = Convert22To33100(&ex, buf, sizeof buf);
             PublishExtended(svc, ex, text, static_cast<int>(strlen(text)) + 1);
@@ -57,7 +64,19 @@ int DealCommaFeed(CTIKRONServiceImpl& svc, const char* data, int len) {
     if (svc.m_pTIKRONInfo != nullptr && FitsLegacy(data, len)) {
         tagHQInfo hq;
         memset(&hq, 0, sizeof hq);
-        if (svc.m_pTIKRONInfo->AddHQData(data, len, &hq, '0', 0) == 0) {
+        int rc;
+        if (exParsed && ex.contract_code[0] != '\0') {
+            // The legacy parser reads the same fields of the same text; with
+            // the code within the legacy width (FitsLegacy) and equal
+            // exchange-code widths it cannot fail where the extended one
+            // succeeded, and gives the same values. Copying them saves the
+            // second parse; the store step is the same.
+            ConvertHq22To16(&ex, hq);
+            rc = svc.m_pTIKRONInfo->AddHQInfo(&hq, 0);
+        } else {
+            rc = svc.m_pTIKRONInfo->AddHQData(data, len, &hq, '0', 0);
+        }
+        if (rc == 0) {
             char key[sizeof hq.contract_code];
             FieldText(key, hq.contract_code);
             Publish(svc, kFuncQuotePublish, 16, TextKey("contract_code", key),
