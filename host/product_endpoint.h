@@ -1,0 +1,47 @@
+// A chain neighbour for tikron-host: decodes every message the plug-in
+// transfers to it, releases it and hands the snapshot to a callback. Unlike
+// the test neighbour it keeps nothing, so a long run uses constant memory.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "frame/host_interfaces.h"
+#include "host/host_message.h"
+
+namespace product {
+
+class CEndpoint final : public IMessageService {
+public:
+    using Handler = std::function<void(const hostemu::MessageSnapshot&)>;
+    explicit CEndpoint(std::string id) : m_id(std::move(id)) {}
+
+    // Set before the endpoint is registered with the plug-in.
+    void SetHandler(Handler h) { m_handler = std::move(h); }
+    uint64_t Count() const { return m_count.load(); }
+
+    int QueryInterface(const char*, IKnown** out) override {
+        if (out != nullptr) *out = nullptr;
+        return -1;
+    }
+    int AddRef() override { return 1; }
+    int Release() override { return 1; }
+    int PostMsg(IESBMessage* msg, IMessageService* from) override;
+    int RegisterNextService(IMessageService*) override { return 0; }
+    int RegisterPrevService(IMessageService*) override { return 0; }
+    int RemoveService() override { return 0; }
+    const char* GetServiceID() override { return m_id.c_str(); }
+    int SetServiceID(const char*) override { return 0; }
+    int GetServiceStatus() override { return 7; }
+    int RegisterService() override { return 0; }
+    int SendSvrHeartBeat() override { return 0; }
+
+private:
+    std::string m_id;
+    Handler m_handler;
+    std::atomic<uint64_t> m_count{0};
+};
+
+}  // namespace product

@@ -1,0 +1,209 @@
+#include "host/product_json.h"
+
+#include <cerrno>
+#include <iconv.h>
+
+#include "host/host_log.h"
+
+namespace product {
+
+using nlohmann::json;
+
+std::string ToHex(const void* data, size_t len) {
+    static const char digits[] = "0123456789abcdef";
+    const auto* p = static_cast<const unsigned char*>(data);
+    std::string out;
+    out.reserve(len * 2);
+    for (size_t i = 0; i < len; ++i) {
+        out.push_back(digits[p[i] >> 4]);
+        out.push_back(digits[p[i] & 15]);
+    }
+    return out;
+}
+
+static int HexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+bool FromHex(const std::string& hex, std::string* out) {
+    if (hex.size() % 2 != 0) return false;
+    std::string bytes;
+    bytes.reserve(hex.size() / 2);
+    for (size_t i = 0; i < hex.size(); i += 2) {
+        int hi = HexDigit(hex[i]), lo = HexDigit(hex[i + 1]);
+        if (hi < 0 || lo < 0) return false;
+        bytes.push_back(static_cast<char>(hi * 16 + lo));
+    }
+    *out = std::move(bytes);
+    return true;
+}
+
+static json CellToJson(const hostemu::PackCell& c) {
+    switch (c.kind) {
+        case 'I': return c.i;
+        case 'D': return c.d;
+        case 'C': return hostemu::GbkToUtf8(std::string(1, c.c));
+        case 'S': return hostemu::GbkToUtf8(c.bytes);
+        case 'R': return ToHex(c.bytes.data(), c.bytes.size());
+        default: return nullptr;
+    }
+}
+
+json PackedToJson(const hostemu::PackedBody& body) {
+    json cols = json::array();
+    for (const auto& c : body.columns)
+        cols.push_back({{"name", hostemu::GbkToUtf8(c.name)},
+                        {"type", std::string(1, c.type)},
+                        {"width", c.width},
+                        {"scale", c.scale}});
+    json rows = json::array();
+    for (const auto& r : body.rows) {
+        json row = json::array();
+        for (const auto& cell : r) row.push_back(CellToJson(cell));
+        rows.push_back(std::move(row));
+    }
+    return {{"columns", std::move(cols)}, {"rows", std::move(rows)}};
+}
+
+json RawItemToJson(const std::vector<char>& raw) {
+    if (raw.empty()) return nullptr;
+    hostemu::PackedBody body;
+    if (hostemu::DecodePacked(raw.data(), static_cast<int>(raw.size()), &body) != 0)
+        return {{"undecodable", ToHex(raw.data(), raw.size())}};
+    return PackedToJson(body);
+}
+
+json MessageToJson(const hostemu::MessageSnapshot& msg) {
+    json j;
+    j["function"] = msg.FunctionNo();
+    j["packet_type"] = msg.PacketType();
+    j["issue_type"] = msg.IssueType();
+    j["packet_id"] = msg.PacketId();
+    j["key"] = msg.Has(54) ? RawItemToJson(msg.Key()) : json(nullptr);
+    j["body"] = msg.Has(8) ? RawItemToJson(msg.Body()) : json(nullptr);
+    if (msg.ErrorFlag() != 0 || msg.ErrorNo() != 0) {
+        j["error_no"] = msg.ErrorNo();
+        j["error_info"] = hostemu::GbkToUtf8(msg.ErrorInfo());
+    }
+    return j;
+}
+
+std::string DumpLine(const json& j) {
+    // Every text was converted already; replace guards against a stray byte.
+    return j.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string Utf8ToGbk(const std::string& text) {
+    bool ascii = true;
+    for (unsigned char ch : text)
+        if (ch >= 0x80) { ascii = false; break; }
+    if (ascii) return text;
+    iconv_t cd = iconv_open("GBK", "UTF-8");
+    if (cd == reinterpret_cast<iconv_t>(-1)) return text;
+    std::string in(text), out;
+    char* inp = in.data();
+    size_t inLeft = in.size();
+    char buf[1024];
+    while (inLeft > 0) {
+        char* outp = buf;
+        size_t outLeft = sizeof buf;
+        size_t rc = iconv(cd, &inp, &inLeft, &outp, &outLeft);
+        out.append(buf, static_cast<size_t>(outp - buf));
+        if (rc == static_cast<size_t>(-1) && errno != E2BIG) {
+            // Skip the whole UTF-8 sequence that cannot be converted.
+            out.push_back('?');
+            do {
+                ++inp;
+                --inLeft;
+            } while (inLeft > 0 && (static_cast<unsigned char>(*inp) & 0xC0) == 0x80);
+        }
+    }
+    iconv_close(cd);
+    return out;
+}
+
+static bool ColumnFromJson(const json& c, hostemu::PackColumn* col, std::string* error) {
+    if (c.is_string()) {
+        col->name = Utf8ToGbk(c.get<std::string>());
+        return true;
+    }
+    if (!c.is_object() || !c.contains("name") || !c["name"].is_string()) {
+        *error = "a column is a name or an object with \"name\"";
+        return false;
+    }
+    col->name = Utf8ToGbk(c["name"].get<std::string>());
+    if (c.contains("type")) {
+        if (!c["type"].is_string() || c["type"].get<std::string>().size() != 1) {
+            *error = "column type is one letter";
+            return false;
+        }
+        col->type = c["type"].get<std::string>()[0];
+    }
+    if (c.contains("width")) {
+        if (!c["width"].is_number_integer()) { *error = "column width is an integer"; return false; }
+        col->width = c["width"].get<int>();
+    }
+    if (c.contains("scale")) {
+        if (!c["scale"].is_number_integer()) { *error = "column scale is an integer"; return false; }
+        col->scale = c["scale"].get<int>();
+    }
+    return true;
+}
+
+static bool CellFromJson(const json& v, hostemu::PackCell* cell, std::string* error) {
+    if (v.is_number_integer()) {
+        long long n = v.get<long long>();
+        if (n < INT32_MIN || n > INT32_MAX) { *error = "integer out of 32-bit range"; return false; }
+        *cell = hostemu::PackCell(static_cast<int>(n));
+    } else if (v.is_number()) {
+        *cell = hostemu::PackCell(v.get<double>());
+    } else if (v.is_string()) {
+        *cell = hostemu::PackCell(Utf8ToGbk(v.get<std::string>()));
+    } else if (v.is_object() && v.contains("hex") && v["hex"].is_string()) {
+        std::string bytes;
+        if (!FromHex(v["hex"].get<std::string>(), &bytes)) { *error = "bad hex value"; return false; }
+        *cell = hostemu::PackCell::Raw(bytes);
+    } else {
+        *error = "a value is a number, a string or {\"hex\":...}";
+        return false;
+    }
+    return true;
+}
+
+bool JsonToPacked(const json& j, int version, hostemu::PackedBody* out, std::string* error) {
+    if (!j.is_object() || !j.contains("columns") || !j["columns"].is_array() || j["columns"].empty()) {
+        *error = "body needs a non-empty \"columns\" array";
+        return false;
+    }
+    hostemu::PackedBody body;
+    body.version = version;
+    for (const auto& c : j["columns"]) {
+        hostemu::PackColumn col;
+        if (!ColumnFromJson(c, &col, error)) return false;
+        body.columns.push_back(std::move(col));
+    }
+    if (j.contains("rows")) {
+        if (!j["rows"].is_array()) { *error = "\"rows\" is an array of arrays"; return false; }
+        for (const auto& r : j["rows"]) {
+            if (!r.is_array() || r.size() > body.columns.size()) {
+                *error = "each row is an array with at most one value per column";
+                return false;
+            }
+            std::vector<hostemu::PackCell> row;
+            for (const auto& v : r) {
+                if (v.is_null()) break;
+                hostemu::PackCell cell;
+                if (!CellFromJson(v, &cell, error)) return false;
+                row.push_back(std::move(cell));
+            }
+            body.rows.push_back(std::move(row));
+        }
+    }
+    *out = std::move(body);
+    return true;
+}
+
+}  // namespace product

@@ -1,0 +1,46 @@
+// JSON views of host messages and packed bodies for the product programs
+// (tikron-host's publication lines, the control protocol, tikron-ctl).
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "host/host_message.h"
+#include "host/host_pack.h"
+
+namespace product {
+
+// A packed body as {"columns":[{name,type,width,scale}...],"rows":[[...]]}.
+// Strings are converted from GBK to UTF-8 (invalid bytes become '?'), raw
+// cells become lowercase hex strings, ints and doubles stay numbers, chars
+// become one-character strings, missing cells null.
+nlohmann::json PackedToJson(const hostemu::PackedBody& body);
+
+// A raw item as JSON: null when absent, the decoded body when it unpacks,
+// otherwise {"undecodable":"<hex>"}.
+nlohmann::json RawItemToJson(const std::vector<char>& raw);
+
+// One publication line: function, packet_type, issue_type, packet_id, key
+// (item 54), body (item 8).
+nlohmann::json MessageToJson(const hostemu::MessageSnapshot& msg);
+
+// The line as written: compact, invalid UTF-8 replaced, no trailing newline.
+std::string DumpLine(const nlohmann::json& j);
+
+std::string ToHex(const void* data, size_t len);
+// Lowercase or uppercase hex, even length; false on anything else.
+bool FromHex(const std::string& hex, std::string* out);
+
+// Builds a packed body from {"columns":[name or {name,type,width,scale}],
+// "rows":[[...]]}. Integers are added as ints, other numbers as doubles,
+// strings as strings (UTF-8 converted to GBK), {"hex":"..."} as raw bytes,
+// null leaves the rest of the row empty. False with a reason on bad input.
+bool JsonToPacked(const nlohmann::json& j, int version, hostemu::PackedBody* out, std::string* error);
+
+// UTF-8 to GBK for texts going into the plug-in; unconvertible characters
+// become '?'.
+std::string Utf8ToGbk(const std::string& text);
+
+}  // namespace product

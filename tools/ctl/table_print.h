@@ -1,0 +1,24 @@
+// Aligned text tables for tikron-ctl, measured by display width so that
+// Chinese captions and values line up in a terminal.
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace ctl {
+
+// Columns a UTF-8 text takes in a terminal: East Asian wide and fullwidth
+// characters count 2, combining marks 0, others 1. Invalid bytes count 1.
+size_t DisplayWidth(const std::string& utf8);
+
+// Text of one cell: strings as they are, numbers as JSON prints them
+// (doubles without trailing zeros), null as empty.
+std::string CellText(const nlohmann::json& v);
+
+// {"columns":[{"name":..}...],"rows":[[...]]} as a header line, a rule and
+// one line per row; columns separated by two spaces, padded to the widest
+// cell. Output ends with a newline; an empty table prints "(no rows)".
+std::string FormatTable(const nlohmann::json& table);
+
+}  // namespace ctl
