@@ -13,7 +13,7 @@
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
 #include "store/hq_tables.h"
-#include "udp/push_drop_counter.h"
+#include "udp/push_counter.h"
 
 namespace {
 
@@ -108,11 +108,11 @@ TEST_F(Dispatch, ResultsAndGates) {
     EXPECT_EQ(0, Run(Datagram('A', kValid[2])));
     EXPECT_EQ(5u, center_.Count());
 
-    // Pushes are counted per kind and dropped.
-    unsigned long before = tikron_udp::PushDropped(tikron_udp::PUSH_OPT_HQ);
-    EXPECT_EQ(0, Run(Datagram('Z', "x,")));
-    EXPECT_EQ(0, Run("Z"));
-    EXPECT_EQ(before + 2, tikron_udp::PushDropped(tikron_udp::PUSH_OPT_HQ));
+    // Malformed pushes are counted per kind, refused and publish nothing.
+    unsigned long before = tikron_udp::PushReceived(tikron_udp::PUSH_OPT_HQ);
+    EXPECT_EQ(-2, Run(Datagram('Z', "x,")));
+    EXPECT_EQ(-2, Run("Z"));
+    EXPECT_EQ(before + 2, tikron_udp::PushReceived(tikron_udp::PUSH_OPT_HQ));
     EXPECT_EQ(5u, center_.Count());
 
     // No packer: nothing is sent, the line says why, no message leaks.
