@@ -221,7 +221,8 @@ int CHostPacker::BeginPack() {
     m_buf.clear();
     if (m_buf.capacity() < 16384) m_buf.reserve(16384);
     const unsigned char head[kHeader] = {'K', 'P', static_cast<unsigned char>(m_version), 0};
-    m_buf.insert(m_buf.end(), head, head + kHeader);
+    m_buf.resize(kHeader);
+    memcpy(m_buf.data(), head, kHeader);
     m_cols = m_rows = m_cellInRow = 0;
     m_valuesStarted = false;
     return 0;
@@ -370,8 +371,14 @@ int CHostUnPacker::Open(const void* buf, int len) {
 
 int CHostUnPacker::Col(const char* name) const {
     if (name == nullptr) return -1;
-    for (size_t k = 0; k < m_body.columns.size(); ++k)
-        if (m_body.columns[k].name == name) return static_cast<int>(k);
+    // Names are at most 255 bytes: a longer text matches no column. The
+    // length test first makes a miss on most columns one comparison; the
+    // first column of that name wins, as before.
+    const size_t n = strnlen(name, 256);
+    for (size_t k = 0; k < m_body.columns.size(); ++k) {
+        const std::string& c = m_body.columns[k].name;
+        if (c.size() == n && memcmp(c.data(), name, n) == 0) return static_cast<int>(k);
+    }
     return -1;
 }
 
