@@ -27,10 +27,6 @@ const std::string& WorkDir() {
             perror("mkdtemp");
             abort();
         }
-        if (chdir(tmpl) != 0) {
-            perror("chdir");
-            abort();
-        }
         return std::string(tmpl);
     }();
     return dir;

@@ -16,8 +16,9 @@ namespace fuzzsupport {
 #define FUZZ_CHECK(expr) ::fuzzsupport::Check((expr), #expr, __FILE__, __LINE__)
 void Check(bool ok, const char* what, const char* file, int line);
 
-// A fresh directory under /tmp, created once per process and made the
-// current directory (snapshot and log files of the plug-in land there).
+// A fresh directory under /tmp, created once per process, for the files the
+// targets create. The current directory is left alone: libFuzzer reads its
+// corpus and writes its findings by the paths it was given.
 const std::string& WorkDir();
 
 // Every line must be a terminated text of sane length; lines are counted

@@ -9,7 +9,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 secs=${1:-30}
 shift || true
+root=$(pwd)
 build=${TIKRON_FUZZ_BUILD:-build/fuzz}
+case "$build" in /*) ;; *) build="$root/$build" ;; esac
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DTIKRON_BUILD_FUZZ=ON -DTIKRON_BUILD_TESTS=OFF -DTIKRON_BUILD_BENCH=OFF >/dev/null
@@ -24,13 +26,15 @@ export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 printf '%-14s %10s %8s %8s %8s\n' target exec/s cov ft corpus
 status=0
 for t in "${targets[@]}"; do
-  work="$build/fuzz-work/$t"; crashes="$build/crashes/$t"
-  mkdir -p "$work" "$crashes"
+  work="$build/fuzz-work/$t"; crashes="$build/crashes/$t"; run="$build/fuzz-work/cwd"
+  mkdir -p "$work" "$crashes" "$run"
   log="$build/fuzz-work/$t.log"
   # stdout is closed (-close_fd_mask=1): the plug-in prints its settings.
-  if ! "$build/fuzz/fuzz_$t" -max_total_time="$secs" -print_final_stats=1 -close_fd_mask=1 \
+  # Absolute paths, run from a scratch directory (files the plug-in writes
+  # into its current directory land there).
+  if ! (cd "$run" && exec "$build/fuzz/fuzz_$t" -max_total_time="$secs" -print_final_stats=1 -close_fd_mask=1 \
        -artifact_prefix="$crashes/" -timeout=20 -rss_limit_mb=2048 \
-       "$work" "fuzz/corpus/$t" >"$log" 2>&1; then
+       "$work" "$root/fuzz/corpus/$t") >"$log" 2>&1; then
     echo "== $t: FAILED (input kept in $crashes)"; tail -n 40 "$log"; status=1; continue
   fi
   last=$(grep -E '^#[0-9]+' "$log" | tail -n 1)
