@@ -1,0 +1,213 @@
+// Helpers of the process tests: temporary working directories, spawning the
+// built programs, waiting with bounds, reading JSON lines.
+#pragma once
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "host/product_control.h"
+
+namespace ptest {
+
+using nlohmann::json;
+using Clock = std::chrono::steady_clock;
+
+inline std::string Bin(const std::string& name) { return std::string(TIKRON_BINARY_DIR) + "/" + name; }
+inline std::string Source(const std::string& rel) { return std::string(TIKRON_SOURCE_DIR) + "/" + rel; }
+
+inline std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+inline void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// A fresh directory, removed with its files at the end.
+class TempDir {
+public:
+    TempDir() {
+        char tmpl[] = "/tmp/tikron-ptest.XXXXXX";
+        const char* d = mkdtemp(tmpl);
+        path_ = d != nullptr ? d : "/tmp";
+    }
+    ~TempDir() {
+        std::string cmd = "rm -rf '" + path_ + "'";
+        if (path_ != "/tmp" && system(cmd.c_str()) != 0) fprintf(stderr, "cannot remove %s\n", path_.c_str());
+    }
+    const std::string& path() const { return path_; }
+    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+// A UDP port derived from the process id, different per test binary.
+inline int PickPort(int salt) { return 22000 + static_cast<int>((getpid() * 7 + salt * 131) % 20000); }
+
+// conf/tikron.xml with the UDP port, the heartbeat period and the
+// quote-layout version changed.
+inline std::string Config(const std::string& dir, int port, const std::string& base = "conf/tikron.xml") {
+    std::string xml = ReadFile(Source(base));
+    size_t p = xml.find("port=\"9090\"");
+    if (p != std::string::npos) xml.replace(p, 11, "port=\"" + std::to_string(port) + "\"");
+    std::string path = dir + "/tikron.xml";
+    WriteFile(path, xml);
+    return path;
+}
+
+// A child process with stdout and stderr sent to files.
+class Process {
+public:
+    Process() = default;
+    Process(const std::vector<std::string>& argv, const std::string& cwd, const std::string& out,
+            const std::string& err) {
+        Start(argv, cwd, out, err);
+    }
+    ~Process() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    void Start(const std::vector<std::string>& argv, const std::string& cwd, const std::string& out,
+               const std::string& err) {
+        pid_ = fork();
+        if (pid_ == 0) {
+            if (!cwd.empty() && chdir(cwd.c_str()) != 0) _exit(126);
+            int o = open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+            int e = open(err.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+            if (o < 0 || e < 0) _exit(126);
+            dup2(o, 1);
+            dup2(e, 2);
+            std::vector<char*> args;
+            for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+            args.push_back(nullptr);
+            execv(args[0], args.data());
+            _exit(127);
+        }
+    }
+    pid_t pid() const { return pid_; }
+    bool Running() {
+        if (pid_ <= 0) return false;
+        int st = 0;
+        pid_t r = waitpid(pid_, &st, WNOHANG);
+        if (r == pid_) {
+            status_ = st;
+            pid_ = -1;
+            return false;
+        }
+        return true;
+    }
+    void Signal(int sig) {
+        if (pid_ > 0) kill(pid_, sig);
+    }
+    // Waits up to ms for the exit; the wait status, or -1 when still running.
+    int Wait(int ms) {
+        auto end = Clock::now() + std::chrono::milliseconds(ms);
+        while (Running()) {
+            if (Clock::now() > end) return -1;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return status_;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int status_ = -1;
+};
+
+inline bool WaitUntil(const std::function<bool()>& pred, int ms) {
+    auto end = Clock::now() + std::chrono::milliseconds(ms);
+    while (Clock::now() < end) {
+        if (pred()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return pred();
+}
+
+// Every complete JSON line of a file (a torn last line is skipped).
+inline std::vector<json> JsonLines(const std::string& path) {
+    std::vector<json> out;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line)) {
+        json j = json::parse(line, nullptr, false);
+        if (!j.is_discarded()) out.push_back(std::move(j));
+    }
+    return out;
+}
+
+inline json Control(const std::string& sock, const json& req, int timeoutMs = 20000) {
+    json answer;
+    std::string error;
+    if (!product::ControlRequest(sock, req, &answer, &error, timeoutMs)) return {{"ok", false}, {"error", error}};
+    return answer;
+}
+
+// A tikron-host in its own working directory with a control socket.
+struct HostRun {
+    HostRun(const TempDir& dir, const std::string& config, const std::vector<std::string>& extra = {})
+        : sock(dir / "ctl.sock"), pubs(dir / "pubs.jsonl"), err(dir / "host.err") {
+        std::vector<std::string> argv = {Bin("tikron-host"), "--config", config, "--control", sock,
+                                         "--publications", pubs};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        proc.Start(argv, dir.path(), dir / "host.out", err);
+    }
+    // True once the control socket answers.
+    bool Ready(int ms = 30000) {
+        return WaitUntil([&] { return proc.Running() && Control(sock, {{"cmd", "mgr"}, {"function_id", 0}}, 2000).value("ok", false); }, ms);
+    }
+    std::string sock, pubs, err;
+    Process proc;
+};
+
+// Runs a program to completion (bounded); its exit status, output in *out.
+inline int RunProgram(const std::vector<std::string>& argv, std::string* out, int ms = 60000, std::string* err = nullptr) {
+    static int serial = 0;
+    char base[64];
+    snprintf(base, sizeof base, "/tmp/tikron-prun.%d.%d", static_cast<int>(getpid()), ++serial);
+    std::string o = std::string(base) + ".out", e = std::string(base) + ".err";
+    int st;
+    {
+        Process p(argv, "", o, e);
+        st = p.Wait(ms);
+        if (st == -1) p.Signal(SIGKILL);
+    }
+    if (out) *out = ReadFile(o);
+    if (err) *err = ReadFile(e);
+    unlink(o.c_str());
+    unlink(e.c_str());
+    if (st == -1) return -1;
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+// Hex string to bytes (publication raw columns).
+inline std::string Unhex(const std::string& hex) {
+    std::string out;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return out;
+}
+
+}  // namespace ptest
