@@ -226,15 +226,15 @@ json ProductHost::Query(const json& req) {
     auto body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", keyColumn}, rows));
 
     const int id = m_nextPacketId++;
-    hostemu::MessageSpec spec{function, 0};
-    spec.packetId = id;
-    spec.body.assign(body.begin(), body.end());
+    hostemu::MessageSpec fields{function, 0};
+    fields.packetId = id;
+    fields.body.assign(body.begin(), body.end());
     {
         std::lock_guard<std::mutex> lock(m_waitMutex);
         m_waiting.insert(id);
     }
     ++m_queries;
-    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), spec);
+    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), fields);
     int rc = m_host->Service()->PostMsg(msg, &m_client);
     if (rc != 0) msg->Release();
 
@@ -301,21 +301,21 @@ json ProductHost::Publish(const json& req) {
     if (!req.contains("body")) return Fail("publish needs a \"body\"");
     const int version = req.value("version", 33);
     if (version != 1 && version != 33) return Fail("\"version\" is 1 or 33");
-    hostemu::MessageSpec spec{kPublishFunction, 0};
-    spec.issueType = req["issue_type"].get<int>();
+    hostemu::MessageSpec fields{kPublishFunction, 0};
+    fields.issueType = req["issue_type"].get<int>();
     std::string error;
     hostemu::PackedBody body;
     if (!JsonToPacked(req["body"], version, &body, &error)) return Fail("body: " + error);
     auto bytes = hostemu::EncodePacked(body);
-    spec.body.assign(bytes.begin(), bytes.end());
+    fields.body.assign(bytes.begin(), bytes.end());
     if (req.contains("key") && !req["key"].is_null()) {
         hostemu::PackedBody key;
         if (!JsonToPacked(req["key"], version, &key, &error)) return Fail("key: " + error);
         auto kb = hostemu::EncodePacked(key);
-        spec.key.assign(kb.begin(), kb.end());
+        fields.key.assign(kb.begin(), kb.end());
     }
-    if (req.contains("packet_id") && req["packet_id"].is_number_integer()) spec.packetId = req["packet_id"].get<int>();
-    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), spec);
+    if (req.contains("packet_id") && req["packet_id"].is_number_integer()) fields.packetId = req["packet_id"].get<int>();
+    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), fields);
     int rc = m_host->Service()->PostMsg(msg, &m_center);
     if (rc != 0) {
         msg->Release();
