@@ -245,6 +245,8 @@ protected:
     }
     // Answers the registration so no further request is sent.
     void StopRegistration() {
+        // The thread clears its stop flag when it starts: an answer before that is lost.
+        ASSERT_TRUE(log_.WaitFor("RegeditThread start...", 3000));
         IESBMessage* m = factory_.NewMessage();
         m->Prepare(1, 2);
         svc_->PostMsg(m, &center_);
