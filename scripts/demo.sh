@@ -48,9 +48,10 @@ echo "=== tikron-ctl mgr 0 (management functions)"
 echo "=== tikron-ctl mgr 4 (exchange status)"
 "$bin/tikron-ctl" --control "$sock" mgr 4
 echo "=== tikron-ctl mgr 1 (single-leg table, first columns)"
-"$bin/tikron-ctl" --control "$sock" mgr 1 | cut -c1-150
-echo "=== tikron-ctl query 620200 IF2412 rb2505"
-"$bin/tikron-ctl" --control "$sock" query 620200 IF2412 rb2505 | head -n 40
+# Cut by characters, not bytes: the captions are Chinese.
+"$bin/tikron-ctl" --control "$sock" mgr 1 | LC_ALL=C.UTF-8 sed -E 's/^(.{0,120}).*/\1/'
+echo "=== tikron-ctl query 620200 IF2412 rb2505 (the answer's rows; without --compact it prints the whole answer)"
+"$bin/tikron-ctl" --control "$sock" query 620200 --compact IF2412 rb2505 | grep -o '"rows":.*' | LC_ALL=C.UTF-8 sed -E 's/^(.{0,400}).*/\1 .../'
 echo "=== tikron-ctl stats"
 "$bin/tikron-ctl" --control "$sock" stats
 

@@ -49,6 +49,8 @@ int main(int argc, char** argv) {
         ->required()
         ->check(CLI::IsMember({620200, 620201, 620205, 620207}));
     query->add_option("--result-type", resultType, "1: named columns, 0: one raw column")->capture_default_str();
+    bool compact = false;
+    query->add_flag("--compact", compact, "print the answer as one line of JSON");
     query->add_option("keys", keys, "contract codes, arbitrage ids or exchange codes (none: every exchange for 620207)");
 
     auto* mgr = app.add_subcommand("mgr", "print a management dump (0 lists them)");
@@ -77,7 +79,7 @@ int main(int argc, char** argv) {
         json req = {{"cmd", "query"}, {"function", function}, {"result_type", resultType}, {"keys", keys},
                     {"timeout_ms", std::max(1, timeoutMs - 500)}};
         if (!Call(socket, req, timeoutMs, &answer, &status)) return status;
-        printf("%s\n", answer["answer"].dump(2, ' ', false, json::error_handler_t::replace).c_str());
+        printf("%s\n", answer["answer"].dump(compact ? -1 : 2, ' ', false, json::error_handler_t::replace).c_str());
         return 0;
     }
     if (*mgr || *stats) {
