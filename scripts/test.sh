@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test in the release
-# and the asan (AddressSanitizer + UndefinedBehaviorSanitizer) builds.
+# and the asan (AddressSanitizer + UndefinedBehaviorSanitizer) builds, the
+# load and management tests under ThreadSanitizer, and 30 seconds of every
+# fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -12,3 +14,4 @@ for preset in release asan; do
   echo "=== $preset: tests"
   ctest --preset "$preset" -j "$jobs"
 done
+bash scripts/ci_extra.sh 30
