@@ -104,6 +104,12 @@ void BM_DoUDPHelper(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_DoUDPHelper);
+// Fixed count for instruction profiles, e.g.
+//   valgrind --tool=callgrind --toggle-collect='CTIKRONServiceImpl::DoUDPHelper*'
+//            udp_path_bench --benchmark_filter=DoUDPHelper_Fixed
+// then divide the collected instructions by 20000.
+void BM_DoUDPHelper_Fixed(benchmark::State& state) { BM_DoUDPHelper(state); }
+BENCHMARK(BM_DoUDPHelper_Fixed)->Iterations(20000);
 
 // Text fields only: the comma reader into an extended record.
 void BM_ParseSingleLeg(benchmark::State& state) {

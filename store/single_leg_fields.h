@@ -2,14 +2,28 @@
 #pragma once
 
 #include "udp/field_reader.h"
+#include "udp/field_reader_fast.h"
 
 namespace tikron_store {
+
+// Numeric field of a record whose radix check was made once for the
+// record: the inline fast path, else the full reader.
+inline int ReadNumber(const char** ppCur, int& v, char d, bool) {
+    if (tikron_fields::TryFastInt(ppCur, v, d)) return 0;
+    return GetNextValue(ppCur, 1, v, d);
+}
+inline int ReadNumber(const char** ppCur, double& v, char d, bool radixIsDot) {
+    if (tikron_fields::TryFastDouble(ppCur, v, d, radixIsDot)) return 0;
+    return GetNextValue(ppCur, 1, v, d, radixIsDot);
+}
 
 // Reads the fields in record order into rec (either single-leg layout);
 // contract_code uses the record's own field width as capacity.
 template <typename R>
 int ReadSingleLegFields(const char** ppCur, R& rec) {
     const char d = ',';
+    // One locale question per record instead of one per price field.
+    const bool radixIsDot = RadixIsDot();
     char skip[64];
     int r;
 #define TK_RD(cap, dst)                                  \
@@ -20,7 +34,7 @@ int ReadSingleLegFields(const char** ppCur, R& rec) {
 #define TK_D(f)                                                  \
     {                                                            \
         decltype(rec.f) tmp{};                                   \
-        if ((r = GetNextValue(ppCur, 1, tmp, d)) != 0) return r; \
+        if ((r = ReadNumber(ppCur, tmp, d, radixIsDot)) != 0) return r; \
         rec.f = tmp;                                             \
     }
 #define TK_S(f) TK_RD(static_cast<int>(sizeof rec.f), rec.f)

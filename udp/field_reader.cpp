@@ -1,5 +1,7 @@
 #include "udp/field_reader.h"
 
+#include "udp/field_reader_fast.h"
+
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
@@ -122,20 +124,7 @@ int GetNextValue(const char** ppCur, int len, char& cOut, char delim) {
 int GetNextValue(const char** ppCur, int len, int& iOut, char delim) {
     if (ppCur == nullptr || *ppCur == nullptr || len <= 0) return -1;
     const char* p = *ppCur;
-    {
-        // One pass for the common [-]digits form ended by the delimiter.
-        const char* q = p;
-        bool neg = *q == '-';
-        if (neg) ++q;
-        long v = 0;
-        const char* digits = q;
-        while (IsDigit(*q) && q - p < kMaxIntField) v = v * 10 + (*q++ - '0');
-        if (q != digits && *q == delim && delim != '\0') {
-            iOut = NarrowLikeAtoi(neg ? -v : v);
-            *ppCur = q + 1;
-            return 0;
-        }
-    }
+    if (tikron_fields::TryFastInt(ppCur, iOut, delim)) return 0;
     const char* d = FindDelim(p, delim);
     if (d == nullptr) return -2;
     long n = d - p;
@@ -163,43 +152,15 @@ int GetNextValue(const char** ppCur, int len, char* pszOut, char delim) {
     return 0;
 }
 
-int GetNextValue(const char** ppCur, int len, double& dOut, char delim) {
-    if (ppCur == nullptr || *ppCur == nullptr || len <= 0) return -1;
+bool RadixIsDot() {
+    const char* radix = nl_langinfo(RADIXCHAR);
+    return radix != nullptr && radix[0] == '.' && radix[1] == '\0';
+}
+
+namespace {
+
+int ReadDoubleField(const char** ppCur, double& dOut, char delim) {
     const char* p = *ppCur;
-    {
-        // One pass for the common [-]digits[.digits] form ended by the
-        // delimiter, exact under the same conditions as in ConvertDouble.
-        const char* q = p;
-        bool neg = *q == '-';
-        if (neg) ++q;
-        uint64_t m = 0;
-        int sig = 0;
-        int frac = 0;
-        const char* digits = q;
-        while (IsDigit(*q) && sig <= 15) {
-            m = m * 10 + static_cast<uint64_t>(*q++ - '0');
-            sig += m != 0;
-        }
-        bool hasDigits = q != digits;
-        bool dot = *q == '.';
-        if (dot && hasDigits) {
-            ++q;
-            while (IsDigit(*q) && sig <= 15) {
-                m = m * 10 + static_cast<uint64_t>(*q++ - '0');
-                sig += m != 0;
-                ++frac;
-            }
-        }
-        if (hasDigits && *q == delim && delim != '\0' && sig <= 15 && frac <= 22 && q - p <= kMaxDoubleField) {
-            const char* radix = dot ? nl_langinfo(RADIXCHAR) : ".";
-            if (radix != nullptr && radix[0] == '.' && radix[1] == '\0') {
-                double v = static_cast<double>(m) / kPow10[frac];
-                dOut = neg ? -v : v;
-                *ppCur = q + 1;
-                return 0;
-            }
-        }
-    }
     const char* d = FindDelim(p, delim);
     if (d == nullptr) return -2;
     long n = d - p;
@@ -207,6 +168,23 @@ int GetNextValue(const char** ppCur, int len, double& dOut, char delim) {
     dOut = ConvertDouble(p, static_cast<int>(n));
     *ppCur = d + 1;
     return 0;
+}
+
+}  // namespace
+
+int GetNextValue(const char** ppCur, int len, double& dOut, char delim, bool radixIsDot) {
+    if (ppCur == nullptr || *ppCur == nullptr || len <= 0) return -1;
+    if (tikron_fields::TryFastDouble(ppCur, dOut, delim, radixIsDot)) return 0;
+    return ReadDoubleField(ppCur, dOut, delim);
+}
+
+int GetNextValue(const char** ppCur, int len, double& dOut, char delim) {
+    if (ppCur == nullptr || *ppCur == nullptr || len <= 0) return -1;
+    // Fields without a '.' need no radix; the locale is asked only for the
+    // others (record parsers ask once per record instead, see above).
+    if (tikron_fields::TryFastDouble(ppCur, dOut, delim, false)) return 0;
+    if (tikron_fields::TryFastDouble(ppCur, dOut, delim, RadixIsDot())) return 0;
+    return ReadDoubleField(ppCur, dOut, delim);
 }
 
 char StatusSwtich(char c) {

@@ -27,6 +27,15 @@ int GetNextValue(const char** ppCur, int len, char* pszOut, char delim);
 // left, -3 field of 33 characters or more.
 int GetNextValue(const char** ppCur, int len, double& dOut, char delim);
 
+// True when the current locale's radix character is '.'. A caller reading
+// many double fields of one record asks once and passes the answer to the
+// overload below instead of having each field ask again.
+bool RadixIsDot();
+
+// The double reader with the radix check already made: radixIsDot must be
+// RadixIsDot()'s answer for the current locale. Same results and codes.
+int GetNextValue(const char** ppCur, int len, double& dOut, char delim, bool radixIsDot);
+
 // Maps a trading-status character of the feed to the report status
 // character; unknown input gives the byte 0xFF.
 char StatusSwtich(char c);
