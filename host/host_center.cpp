@@ -53,13 +53,13 @@ int CMessageCenter::Publish(int issueType, const PackedBody& body, bool inKeyIte
 }
 
 int CMessageCenter::Publish(int issueType, const std::vector<char>& body, bool inKeyItem) {
-    MessageSpec spec(620003, 0);
-    spec.issueType = issueType;
+    MessageSpec msg(620003, 0);
+    msg.issueType = issueType;
     if (inKeyItem)
-        spec.key = body;
+        msg.key = body;
     else
-        spec.body = body;
-    return m_host.PostFromCenter(spec);
+        msg.body = body;
+    return m_host.PostFromCenter(msg);
 }
 
 }  // namespace hostemu

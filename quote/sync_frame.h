@@ -44,7 +44,7 @@ struct SyncAnswerSpec {
 // serial stays pending).
 template <typename T, typename Table, typename Extra>
 int StoreSyncAnswer(CTIKRONServiceImpl* svc, Table* table, IESBMessage* msg, CMessageServiceThread* thread,
-                    const SyncAnswerSpec& spec, Extra extra) {
+                    const SyncAnswerSpec& desc, Extra extra) {
     if (msg == nullptr || thread == nullptr) return -1;
     int len = 0;
     const void* body = msg->GetItem(TAG_MESSAGE_BODY)->GetRawData(&len, 0);
@@ -53,17 +53,17 @@ int StoreSyncAnswer(CTIKRONServiceImpl* svc, Table* table, IESBMessage* msg, CMe
     IF2UnPacker* up = thread->m_pUnPacker;
     int r = up->Open(body, len);
     if (r != 0) {
-        TikronLog(svc->m_lpLogService, spec.function, "解包失败, 返回: %d!", r);
+        TikronLog(svc->m_lpLogService, desc.function, "解包失败, 返回: %d!", r);
         return r;
     }
     T rec;
     std::memset(&rec, 0, sizeof rec);
     while (up->IsEOF() == 0) {
         int rawLen = 0;
-        const void* raw = up->GetRaw(spec.rawField, &rawLen);
+        const void* raw = up->GetRaw(desc.rawField, &rawLen);
         if (raw == nullptr) rawLen = 0;
-        if (spec.checkSize && rawLen != static_cast<int>(sizeof(T))) {
-            TikronLog(svc->m_lpLogService, spec.function,
+        if (desc.checkSize && rawLen != static_cast<int>(sizeof(T))) {
+            TikronLog(svc->m_lpLogService, desc.function,
                       "取出的数据与数据结果不一样, raw 大小: %d, 结构大小: %d!", rawLen, static_cast<int>(sizeof(T)));
             return -3;
         }
@@ -79,7 +79,7 @@ int StoreSyncAnswer(CTIKRONServiceImpl* svc, Table* table, IESBMessage* msg, CMe
     }
     unsigned int serial = static_cast<unsigned int>(msg->GetItem(TAG_PACKET_ID)->GetInt(0));
     svc->DeleteFromMap(serial);
-    TikronLog(svc->m_lpLogService, spec.function, spec.receiptFmt, serial);
+    TikronLog(svc->m_lpLogService, desc.function, desc.receiptFmt, serial);
     return 0;
 }
 

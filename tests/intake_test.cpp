@@ -87,11 +87,11 @@ TEST_F(Intake, RefusalsReturnTheirCodeLogTheirLineAndChangeNothing) {
 
     struct Case {
         const char* name;
-        hostemu::MessageSpec spec;
+        hostemu::MessageSpec msgDef;
         int code;
         const char* line;  // null: no line
     };
-    auto spec = [](int packetType, int issueType, const PackedBody* body, bool inKey = false) {
+    auto msgDef = [](int packetType, int issueType, const PackedBody* body, bool inKey = false) {
         hostemu::MessageSpec s(620003, packetType);
         s.issueType = issueType;
         if (body != nullptr) (inKey ? s.key : s.body) = hostemu::EncodePacked(*body);
@@ -106,27 +106,27 @@ TEST_F(Intake, RefusalsReturnTheirCodeLogTheirLineAndChangeNothing) {
     PackedBody exchShort = RawBody(0, std::string(11, 'F'), "futu_exch_status_raw");
     PackedBody exchInHqColumn = RawBody(0, Bytes(Exch("F3", "1", 1)));
     PackedBody noRaw = hostemu::MakeBody(33, {"type"}, {{1}});
-    hostemu::MessageSpec junk = spec(0, 16, nullptr);
+    hostemu::MessageSpec junk = msgDef(0, 16, nullptr);
     junk.body = {'j', 'u', 'n', 'k'};
     Case cases[] = {
-        {"answer packet", spec(1, 16, &good16), -1, "不能处理的包类型: 1!\n"},
-        {"unknown type", spec(0, 17, &good16), -5, "未知的发布类型: 17!\n"},
-        {"33300", spec(0, 33300, &good16), -5, "未知的发布类型: 33300!\n"},
-        {"no body", spec(0, 16, nullptr), -2, "get TAG_MESSAGE_BODY fail!"},
+        {"answer packet", msgDef(1, 16, &good16), -1, "不能处理的包类型: 1!\n"},
+        {"unknown type", msgDef(0, 17, &good16), -5, "未知的发布类型: 17!\n"},
+        {"33300", msgDef(0, 33300, &good16), -5, "未知的发布类型: 33300!\n"},
+        {"no body", msgDef(0, 16, nullptr), -2, "get TAG_MESSAGE_BODY fail!"},
         {"unpackable", junk, -3, nullptr},
-        {"309 bytes", spec(0, 16, &long16), -4, "字段futu_hq_raw结构不附合要求, 大小: 309, 类型: 16!\n"},
-        {"no raw field", spec(0, 22, &noRaw), -4, "字段futu_hq_raw结构不附合要求, 大小: 0, 类型: 22!\n"},
-        {"16 with type 9", spec(0, 16, &type9), -6, nullptr},
-        {"18 with type 1", spec(0, 18, &arg1), -6, nullptr},
-        {"24 of 11 bytes", spec(0, 24, &exchShort), -4,
+        {"309 bytes", msgDef(0, 16, &long16), -4, "字段futu_hq_raw结构不附合要求, 大小: 309, 类型: 16!\n"},
+        {"no raw field", msgDef(0, 22, &noRaw), -4, "字段futu_hq_raw结构不附合要求, 大小: 0, 类型: 22!\n"},
+        {"16 with type 9", msgDef(0, 16, &type9), -6, nullptr},
+        {"18 with type 1", msgDef(0, 18, &arg1), -6, nullptr},
+        {"24 of 11 bytes", msgDef(0, 24, &exchShort), -4,
          "字段futu_exch_status_raw结构不附合要求, 大小: 11, 类型: 24!\n"},
-        {"24 in the wrong column", spec(0, 24, &exchInHqColumn), -4,
+        {"24 in the wrong column", msgDef(0, 24, &exchInHqColumn), -4,
          "字段futu_exch_status_raw结构不附合要求, 大小: 0, 类型: 24!\n"},
     };
     for (Case& c : cases) {
         SCOPED_TRACE(c.name);
         const size_t logBefore = host_->Log().Lines().size();
-        hostemu::CHostMessage* msg = hostemu::BuildMessage(host_->Factory(), c.spec);
+        hostemu::CHostMessage* msg = hostemu::BuildMessage(host_->Factory(), c.msgDef);
         EXPECT_EQ(c.code, svc_->DealTIKRONIssue(msg, nullptr, &worker));
         msg->Release();
         auto lines = host_->Log().Lines();
@@ -149,7 +149,7 @@ TEST_F(Intake, RefusalsReturnTheirCodeLogTheirLineAndChangeNothing) {
     }
     // Through the dispatcher as well (after the direct calls, whose log lines
     // the workers would otherwise interleave with): nothing stored.
-    for (Case& c : cases) ASSERT_EQ(0, host_->PostFromCenter(c.spec));
+    for (Case& c : cases) ASSERT_EQ(0, host_->PostFromCenter(c.msgDef));
     // A marker publication shows the refused ones were all processed.
     PutExch(Exch("F9", "1", 1));
     EXPECT_EQ(before + 1, Counts());

@@ -84,13 +84,13 @@ bool FieldFits(const PushField& f, std::size_t recSize) {
 
 }  // namespace
 
-int ReadPushRecord(const PushSpec& spec, const char* text, void* rec, std::size_t recSize, int* failedField) {
+int ReadPushRecord(const PushSpec& desc, const char* text, void* rec, std::size_t recSize, int* failedField) {
     if (failedField != nullptr) *failedField = -1;
-    if (text == nullptr || rec == nullptr || recSize != spec.recordSize || spec.fields == nullptr) return -1;
+    if (text == nullptr || rec == nullptr || recSize != desc.recordSize || desc.fields == nullptr) return -1;
     char* base = static_cast<char*>(rec);
     const char* cur = text;
-    for (int i = 0; i < spec.fieldCount; ++i) {
-        const PushField& f = spec.fields[i];
+    for (int i = 0; i < desc.fieldCount; ++i) {
+        const PushField& f = desc.fields[i];
         const int rc = FieldFits(f, recSize) ? ReadField(f, &cur, base) : -1;
         if (rc != 0) {
             if (failedField != nullptr) *failedField = i;

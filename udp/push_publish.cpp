@@ -29,11 +29,11 @@ double FieldDouble(const char* rec, const PushField& f) {
     return v;
 }
 
-void PackBody(IF2Packer& p, const PushSpec& spec, const char* rec) {
-    for (int i = 0; i < spec.fieldCount; ++i)
-        p.AddField(spec.fields[i].name, 'S', PushColumnWidth(spec.fields[i]), 4);
-    for (int i = 0; i < spec.fieldCount; ++i) {
-        const PushField& f = spec.fields[i];
+void PackBody(IF2Packer& p, const PushSpec& desc, const char* rec) {
+    for (int i = 0; i < desc.fieldCount; ++i)
+        p.AddField(desc.fields[i].name, 'S', PushColumnWidth(desc.fields[i]), 4);
+    for (int i = 0; i < desc.fieldCount; ++i) {
+        const PushField& f = desc.fields[i];
         switch (f.type) {
             case PF_TEXT: p.AddStr(FieldString(rec, f).c_str()); break;
             case PF_INT: p.AddInt(FieldInt(rec, f)); break;
@@ -50,39 +50,39 @@ int PushColumnWidth(const PushField& f) {
     return 255;
 }
 
-int FindPushField(const PushSpec& spec, const char* name) {
-    for (int i = 0; i < spec.fieldCount; ++i)
-        if (std::strcmp(spec.fields[i].name, name) == 0) return i;
+int FindPushField(const PushSpec& desc, const char* name) {
+    for (int i = 0; i < desc.fieldCount; ++i)
+        if (std::strcmp(desc.fields[i].name, name) == 0) return i;
     return -1;
 }
 
-bool PublishPushRecord(CTIKRONServiceImpl& svc, const PushSpec& spec, const void* rec, std::size_t recSize) {
-    if (rec == nullptr || recSize != spec.recordSize) return false;
+bool PublishPushRecord(CTIKRONServiceImpl& svc, const PushSpec& desc, const void* rec, std::size_t recSize) {
+    if (rec == nullptr || recSize != desc.recordSize) return false;
     const char* bytes = static_cast<const char*>(rec);
 
     tikron::ReportKey key;
     std::string fund;
-    if (spec.key == PUSH_KEY_OPTHQ) {
+    if (desc.key == PUSH_KEY_OPTHQ) {
         key.kind = tikron::ReportKeyKind::FundText;
         key.fundText = kOptHqKey;
     } else {
-        const int fi = FindPushField(spec, "fund_account");
-        const int bi = FindPushField(spec, "branch_no");
-        if (fi < 0 || bi < 0 || spec.fields[fi].type != PF_TEXT || spec.fields[bi].type != PF_INT) {
-            TikronLog(svc.m_lpLogService, spec.function, "记录缺少关键字段, 功能号 %d 未发布!", spec.issueType);
+        const int fi = FindPushField(desc, "fund_account");
+        const int bi = FindPushField(desc, "branch_no");
+        if (fi < 0 || bi < 0 || desc.fields[fi].type != PF_TEXT || desc.fields[bi].type != PF_INT) {
+            TikronLog(svc.m_lpLogService, desc.function, "记录缺少关键字段, 功能号 %d 未发布!", desc.issueType);
             return false;
         }
-        fund = FieldString(bytes, spec.fields[fi]);
+        fund = FieldString(bytes, desc.fields[fi]);
         key.kind = tikron::ReportKeyKind::BranchFundText;
-        key.branchNo = FieldInt(bytes, spec.fields[bi]);
+        key.branchNo = FieldInt(bytes, desc.fields[bi]);
         key.fundText = fund.c_str();
     }
 
     tikron::ReportTarget target;
     target.functionNo = kFuncPushPublish;
-    target.issueType = spec.issueType;
+    target.issueType = desc.issueType;
     const int r = tikron::PublishMessage(svc, svc.m_pPacker, target, key,
-                                         [&](IF2Packer& p) { PackBody(p, spec, bytes); });
+                                         [&](IF2Packer& p) { PackBody(p, desc, bytes); });
     return r == tikron::PUBLISH_DONE;
 }
 

@@ -17,12 +17,12 @@ constexpr int kFuncPushPublish = 620031;
 // Declared width of a field's column.
 int PushColumnWidth(const PushField& f);
 
-// Index of the field named name in the spec's table, or -1.
-int FindPushField(const PushSpec& spec, const char* name);
+// Index of the field named name in the kind's field table, or -1.
+int FindPushField(const PushSpec& desc, const char* name);
 
-// rec: a record of spec.recordSize bytes read by ReadPushRecord. Returns
+// rec: a record of desc.recordSize bytes read by ReadPushRecord. Returns
 // true when a message was handed on (or released after a refusal by the
 // chain), false when the host had no message or no packer was available.
-bool PublishPushRecord(CTIKRONServiceImpl& svc, const PushSpec& spec, const void* rec, std::size_t recSize);
+bool PublishPushRecord(CTIKRONServiceImpl& svc, const PushSpec& desc, const void* rec, std::size_t recSize);
 
 }  // namespace tikron_udp

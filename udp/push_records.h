@@ -175,7 +175,7 @@ const PushSpec& OptEntrustSpec();
 const PushSpec& OptCjhbSpec();
 const PushSpec& OptHqSpec();
 
-// Spec of a kind; null for an invalid kind.
+// Field table of a kind; null for an invalid kind.
 const PushSpec* SpecOf(PushKind kind);
 
 // Issue types of the published pushes.
