@@ -5,15 +5,15 @@
 
 #include "frame/service_log.h"
 #include "report/hb_publish.h"
-#include "report/udp_report_fields.h"
+#include "udp/udp_record_text.h"
 
-using tikron::UdpFields;
+using tikron_udp::RecordFields;
 
 namespace {
 
 // Fields 1-27 are mandatory, the rest optional and laid out by report kind.
 int ReadUdpReport(const std::string& text, tagHB& hb) {
-    UdpFields f(text);
+    RecordFields f(text);
     f.Int(hb.entrust_no)
         .Text(hb.futures_account)
         .Text(hb.futu_exch_type)
@@ -21,8 +21,8 @@ int ReadUdpReport(const std::string& text, tagHB& hb) {
         .Text(hb.contract_code)
         .Text(hb.entrust_name)
         .Text(hb.direction_name)
-        .Dbl(TIKRON_SET_DBL(hb.business_price))
-        .Dbl(TIKRON_SET_DBL(hb.business_amount))
+        .Dbl(TIKRON_UDP_DBL(hb.business_price))
+        .Dbl(TIKRON_UDP_DBL(hb.business_amount))
         .Text(hb.hedge_name)
         .Text(hb.fund_account)
         .Text(hb.futu_report_no)
@@ -32,7 +32,7 @@ int ReadUdpReport(const std::string& text, tagHB& hb) {
         .Int(hb.entrust_amount)
         .Int(hb.business_total_amount)
         .Int(hb.cacel_amount)
-        .Dbl(TIKRON_SET_DBL(hb.entrust_price))
+        .Dbl(TIKRON_UDP_DBL(hb.entrust_price))
         .Text(hb.business_type)
         .Text(hb.entrust_status)
         .Int(hb.branch_no)
@@ -51,16 +51,16 @@ int ReadUdpReport(const std::string& text, tagHB& hb) {
             .Text(hb.entrust_occasion)
             .Text(hb.entrust_reference)
             .Text(hb.arbit_code)
-            .Dbl(TIKRON_SET_DBL(hb.drop_profit))
-            .Dbl(TIKRON_SET_DBL(hb.drop_profit_float))
+            .Dbl(TIKRON_UDP_DBL(hb.drop_profit))
+            .Dbl(TIKRON_UDP_DBL(hb.drop_profit_float))
             .Text(hb.szPositionStr)
             .Int(hb.business_total_amount)
-            .Dbl(TIKRON_SET_DBL(hb.delta_entrust_fare))
-            .Dbl(TIKRON_SET_DBL(hb.delta_business_fare))
-            .Dbl(TIKRON_SET_DBL(hb.delta_entrust_margin))
-            .Dbl(TIKRON_SET_DBL(hb.delta_hold_margin))
-            .Dbl(TIKRON_SET_DBL(hb.delta_entrust_premium))
-            .Dbl(TIKRON_SET_DBL(hb.delta_premium));
+            .Dbl(TIKRON_UDP_DBL(hb.delta_entrust_fare))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_business_fare))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_entrust_margin))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_hold_margin))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_entrust_premium))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_premium));
     } else {
         f.Char(hb.weave_type)
             .Text(hb.arbit_code)
@@ -76,10 +76,10 @@ int ReadUdpReport(const std::string& text, tagHB& hb) {
             .Text(hb.szPositionStr)
             .Int(hb.business_total_amount)
             .Text(hb.withdraw_reference)
-            .Dbl(TIKRON_SET_DBL(hb.delta_entrust_fare))
-            .Dbl(TIKRON_SET_DBL(hb.delta_entrust_margin))
-            .Dbl(TIKRON_SET_DBL(hb.delta_entrust_premium))
-            .Dbl(TIKRON_SET_DBL(hb.delta_report_fare))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_entrust_fare))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_entrust_margin))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_entrust_premium))
+            .Dbl(TIKRON_UDP_DBL(hb.delta_report_fare))
             .Int(hb.fex_min_volume);
     }
     return f.Result();
@@ -95,7 +95,7 @@ int CTIKRONServiceImpl::DealUDP_HB(void* data, int len) {
         TikronLog(m_lpLogService, "CTIKRONInfo::LoadFromFile", "包格式不对, 错误代码: %d!", check);
         return -2;
     }
-    const std::string text = tikron::PrepareUdpReport(data, len);
+    const std::string text = tikron_udp::PrepareRecordText(data, len);
     std::memset(&m_szHB, 0, sizeof m_szHB);
     const int r = ReadUdpReport(text, m_szHB);
     if (r != 0) return r;

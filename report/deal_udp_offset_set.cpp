@@ -5,7 +5,7 @@
 
 #include "report/report_publish.h"
 #include "report/report_text.h"
-#include "report/udp_report_fields.h"
+#include "udp/udp_record_text.h"
 
 int CTIKRONServiceImpl::DealUDP_OffsetSet(void* data, int len) {
     const int check = CheckUDPData(data, len);
@@ -16,10 +16,10 @@ int CTIKRONServiceImpl::DealUDP_OffsetSet(void* data, int len) {
         (void)info;
         return -2;
     }
-    const std::string text = tikron::PrepareUdpReport(data, len);
+    const std::string text = tikron_udp::PrepareRecordText(data, len);
     tagOFFSET rec;
     std::memset(&rec, 0, sizeof rec);
-    tikron::UdpFields f(text);
+    tikron_udp::RecordFields f(text);
     f.Text(rec.fund_account)
         .Text(rec.futures_account)
         .Int(rec.entrust_no)
@@ -36,15 +36,6 @@ int CTIKRONServiceImpl::DealUDP_OffsetSet(void* data, int len) {
     char out[1024];
     std::memset(out, 0, sizeof out);
     ConvertOffsetTo33117(&rec, out, sizeof out);
-    tikron::ReportTarget target;
-    target.functionNo = tikron::kFuncReportPublish;
-    target.issueType = 33117;
-    tikron::ReportKey key;
-    key.kind = tikron::ReportKeyKind::FundText;
-    key.fundText = rec.fund_account;
-    tikron::PublishMessage(*this, m_pPacker, target, key, [&](IF2Packer& p) {
-        tikron::AddTextColumn(p, "QH");
-        p.AddStr(out);
-    });
+    tikron::PublishFundText(*this, tikron::kFuncReportPublish, 33117, rec.fund_account, out);
     return 0;
 }

@@ -5,7 +5,7 @@
 
 #include "report/report_publish.h"
 #include "report/report_text.h"
-#include "report/udp_report_fields.h"
+#include "udp/udp_record_text.h"
 
 int CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB(void* data, int len) {
     const int check = CheckUDPData(data, len);
@@ -16,12 +16,12 @@ int CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB(void* data, int len) {
         (void)info;
         return -2;
     }
-    const std::string text = tikron::PrepareUdpReport(data, len);
+    const std::string text = tikron_udp::PrepareRecordText(data, len);
     tagZJZHBZJHB rec;
     std::memset(&rec, 0, sizeof rec);
     // The record's field order differs from the structure's; futu_code,
     // second_code, entrust_prop, position_str and the margins are not carried.
-    tikron::UdpFields f(text);
+    tikron_udp::RecordFields f(text);
     f.Int(rec.entrust_no)
         .Text(rec.futures_account)
         .Text(rec.futu_exch_type)
@@ -54,15 +54,6 @@ int CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB(void* data, int len) {
     char out[1024];
     std::memset(out, 0, sizeof out);
     ConvertZJZH_BZJHBTo33106(&rec, out, sizeof out);
-    tikron::ReportTarget target;
-    target.functionNo = tikron::kFuncPublish;
-    target.issueType = 33106;
-    tikron::ReportKey key;
-    key.kind = tikron::ReportKeyKind::FundText;
-    key.fundText = rec.fund_account;
-    tikron::PublishMessage(*this, m_pPacker, target, key, [&](IF2Packer& p) {
-        tikron::AddTextColumn(p, "QH");
-        p.AddStr(out);
-    });
+    tikron::PublishFundText(*this, tikron::kFuncPublish, 33106, rec.fund_account, out);
     return 0;
 }

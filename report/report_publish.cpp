@@ -68,4 +68,18 @@ int PublishMessage(CTIKRONServiceImpl& svc, IF2Packer* packer, const ReportTarge
     return PUBLISH_DONE;
 }
 
+int PublishFundText(CTIKRONServiceImpl& svc, int functionNo, int issueType, const char* fundAccount,
+                    const char* text) {
+    ReportTarget target;
+    target.functionNo = functionNo;
+    target.issueType = issueType;
+    ReportKey key;
+    key.kind = ReportKeyKind::FundText;
+    key.fundText = fundAccount;
+    return PublishMessage(svc, svc.m_pPacker, target, key, [&](IF2Packer& p) {
+        AddTextColumn(p, "QH");
+        p.AddStr(text);
+    });
+}
+
 }  // namespace tikron

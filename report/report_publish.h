@@ -51,6 +51,11 @@ using BodyPacker = std::function<void(IF2Packer&)>;
 int PublishMessage(CTIKRONServiceImpl& svc, IF2Packer* packer, const ReportTarget& target,
                    const ReportKey& key, const BodyPacker& body);
 
+// One "QH" text column holding text, keyed by the fund account only (the
+// offset-setting and margin-account records).
+int PublishFundText(CTIKRONServiceImpl& svc, int functionNo, int issueType, const char* fundAccount,
+                    const char* text);
+
 // Column declarations used by the report messages.
 void AddStrColumn(IF2Packer& p, const char* name);   // 'S', 255, 4
 void AddTextColumn(IF2Packer& p, const char* name);  // 'S', 1024, 4

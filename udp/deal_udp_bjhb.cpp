@@ -21,7 +21,7 @@ int CTIKRONServiceImpl::DealUDP_BJHB(void* data, int len) {
     }
     tagBJHB& bj = m_szBJHB;
     memset(&bj, 0, sizeof bj);
-    const std::string text = PrepareRecordText(static_cast<const char*>(data), len);
+    const std::string text = PrepareRecordText(data, len);
     RecordFields f(text);
     f.Text(bj.futu_exch_type).Text(bj.contract_code).Text(bj.buy_futures_direction).Text(bj.buy_hedge_type);
     f.Dbl(TIKRON_UDP_DBL(bj.buy_price)).Dbl(TIKRON_UDP_DBL(bj.buy_amount));

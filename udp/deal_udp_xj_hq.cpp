@@ -21,7 +21,7 @@ int CTIKRONServiceImpl::DealUDP_xjHq(void* data, int len) {
         TikronLog(m_lpLogService, "CTIKRONInfo::DealUDP_xjHq", "包格式不对, 错误代码: %d!", r);
         return -2;
     }
-    const std::string text = PrepareRecordText(static_cast<const char*>(data), len);
+    const std::string text = PrepareRecordText(data, len);
     RecordFields f(text);
     r = f.Text(xj.forquote_no).Text(xj.contract_code).Int(xj.init_date).Int(xj.update_time).Result();
     if (r != 0) return r;

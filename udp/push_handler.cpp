@@ -25,32 +25,32 @@ union PushRecordStorage {
 
 }  // namespace
 
-int DealPush(CTIKRONServiceImpl& svc, const PushSpec& spec, const void* data, int len) {
-    CountPushReceived(spec.kind);
+int DealPush(CTIKRONServiceImpl& svc, const PushSpec& desc, const void* data, int len) {
+    CountPushReceived(desc.kind);
 
     int check = svc.CheckUDPData(const_cast<void*>(data), len);
     // A datagram shorter than its header has no length field to check.
     if (check >= 0 && len < kHeaderLen) check = -2;
-    if (check != static_cast<unsigned char>(spec.typeChar)) {
-        TikronLog(svc.m_lpLogService, spec.function, "包格式不对, 错误代码: %d!", check);
-        CountPushRefused(spec.kind);
+    if (check != static_cast<unsigned char>(desc.typeChar)) {
+        TikronLog(svc.m_lpLogService, desc.function, "包格式不对, 错误代码: %d!", check);
+        CountPushRefused(desc.kind);
         return -2;
     }
 
-    const std::string text = PrepareRecordText(static_cast<const char*>(data), len);
+    const std::string text = PrepareRecordText(data, len);
     PushRecordStorage storage;
-    if (spec.recordSize > sizeof storage) return -1;  // a table/record mismatch, caught by the tests
+    if (desc.recordSize > sizeof storage) return -1;  // a table/record mismatch, caught by the tests
     std::memset(&storage, 0, sizeof storage);
     int failed = -1;
-    const int rc = ReadPushRecord(spec, text.c_str(), &storage, spec.recordSize, &failed);
+    const int rc = ReadPushRecord(desc, text.c_str(), &storage, desc.recordSize, &failed);
     if (rc != 0) {
-        const char* name = (failed >= 0 && failed < spec.fieldCount) ? spec.fields[failed].name : "";
-        TikronLog(svc.m_lpLogService, spec.function, "解析记录失败, 错误代码: %d, 字段: %d(%s)!", rc, failed + 1,
+        const char* name = (failed >= 0 && failed < desc.fieldCount) ? desc.fields[failed].name : "";
+        TikronLog(svc.m_lpLogService, desc.function, "解析记录失败, 错误代码: %d, 字段: %d(%s)!", rc, failed + 1,
                   name);
-        CountPushRefused(spec.kind);
+        CountPushRefused(desc.kind);
         return rc;
     }
-    if (PublishPushRecord(svc, spec, &storage, spec.recordSize)) CountPushPublished(spec.kind);
+    if (PublishPushRecord(svc, desc, &storage, desc.recordSize)) CountPushPublished(desc.kind);
     return 0;
 }
 

@@ -1,6 +1,7 @@
-// Record text of the inquiry and quote-report datagrams prepared for the
-// field reader: cut at the last '&', header skipped, one ',' appended so
-// that the last numeric field is closed too; plus a chain of reads on it.
+// Text of a ','-separated UDP record (inquiry, quote report, trade report,
+// offset setting, margin account, pushes) prepared for the field reader:
+// cut at the last '&', header skipped, one ',' appended so that the last
+// field is closed too; plus a chain of reads on it.
 #pragma once
 
 #include <cstddef>
@@ -11,9 +12,12 @@
 
 namespace tikron_udp {
 
+// Length of the record header (type character and five-digit length).
+constexpr int kUdpHeaderLen = 6;
+
 // The datagram is read up to len bytes or its first NUL, whichever comes
 // first. Shorter than the 6-byte header: an empty text (then just ",").
-std::string PrepareRecordText(const char* data, int len);
+std::string PrepareRecordText(const void* data, int len);
 
 // Reads on one cursor; after the first failure every further read is
 // skipped and Result() is that reader's code. Reads after Optional() happen
@@ -32,6 +36,10 @@ public:
         if (Due()) m_rc = GetNextValue(&m_cur, 4, v, ',');
         return *this;
     }
+    RecordFields& Char(char& c) {
+        if (Due()) m_rc = GetNextValue(&m_cur, 1, c, ',');
+        return *this;
+    }
     // Doubles of the packed records may be misaligned: the value is
     // assigned through set, never bound by reference.
     template <typename Set>
@@ -43,10 +51,13 @@ public:
         }
         return *this;
     }
+    // A field read with the given width and dropped.
+    RecordFields& Skip(int width);
     RecordFields& Optional() {
         m_optional = true;
         return *this;
     }
+    bool Ok() const { return m_rc == 0; }
     int Result() const { return m_rc; }
 
 private:
@@ -59,4 +70,5 @@ private:
 
 }  // namespace tikron_udp
 
+// Setter for RecordFields::Dbl that assigns a possibly misaligned double field.
 #define TIKRON_UDP_DBL(lvalue) [&](double v_) { (lvalue) = v_; }
