@@ -1,8 +1,22 @@
-// Helpers for the service frame tests: configuration texts and access to
-// the service object behind the emulator's IMessageService pointer.
+// Helpers shared by the plug-in tests: configuration texts, access to the
+// service object behind the emulator's IMessageService pointer, a temporary
+// working directory, datagram framing, a 127.0.0.1 sender and bounded waits.
 #pragma once
 
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
@@ -27,5 +41,131 @@ inline hostemu::HostOptions Options(const std::string& xml) {
 inline CTIKRONServiceImpl* Svc(hostemu::HostEmulator& host) {
     return static_cast<CTIKRONServiceImpl*>(host.Service());
 }
+
+// Polls cond every 5 ms for at most ms milliseconds.
+inline bool WaitUntil(const std::function<bool()>& cond, int ms = 3000) {
+    for (int waited = 0; waited < ms; waited += 5) {
+        if (cond()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return cond();
+}
+
+inline hostemu::PackedBody Decode(const std::vector<char>& bytes) {
+    hostemu::PackedBody b;
+    EXPECT_EQ(0, hostemu::DecodePacked(bytes.data(), static_cast<int>(bytes.size()), &b));
+    return b;
+}
+
+// Type character, five-digit length, text.
+inline std::string Datagram(char type, const std::string& text) {
+    char head[8];
+    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
+    return head + text;
+}
+
+// Sends whole datagrams to 127.0.0.1:port.
+class UdpSender {
+public:
+    UdpSender() : m_fd(socket(AF_INET, SOCK_DGRAM, 0)) {}
+    ~UdpSender() {
+        if (m_fd >= 0) close(m_fd);
+    }
+    UdpSender(const UdpSender&) = delete;
+    UdpSender& operator=(const UdpSender&) = delete;
+    bool Send(int port, const std::string& d) const {
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(static_cast<uint16_t>(port));
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        return m_fd >= 0 && sendto(m_fd, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to) ==
+                                static_cast<ssize_t>(d.size());
+    }
+
+private:
+    int m_fd;
+};
+
+// A fresh temporary directory made the working directory (snapshot files
+// and logs land there); the old directory is restored and the temporary one
+// removed by Leave() or the destructor.
+class TempWorkDir {
+public:
+    bool Enter() {
+        char tmpl[] = "/tmp/tikron_test_XXXXXX";
+        if (mkdtemp(tmpl) == nullptr || getcwd(m_old, sizeof m_old) == nullptr) return false;
+        m_dir = tmpl;
+        return chdir(m_dir.c_str()) == 0;
+    }
+    void Leave() {
+        if (m_old[0] != '\0') {
+            EXPECT_EQ(0, chdir(m_old));
+        }
+        m_old[0] = '\0';
+        if (!m_dir.empty()) (void)system(("rm -rf '" + m_dir + "'").c_str());
+        m_dir.clear();
+    }
+    ~TempWorkDir() { Leave(); }
+    const std::string& Path() const { return m_dir; }
+
+private:
+    std::string m_dir;
+    char m_old[4096] = {0};
+};
+
+// The plug-in receiving datagrams on an ephemeral 127.0.0.1 port, started
+// in a temporary working directory; at the end no host message may be left
+// or released twice.
+class UdpPlugin : public testing::Test {
+protected:
+    // args: further attributes of <args>; prepare runs in the temporary
+    // directory before the start (to plant files where snapshots go).
+    void StartUdp(const std::string& args = "", const std::function<void()>& prepare = nullptr) {
+        ASSERT_TRUE(dir_.Enter());
+        if (prepare) prepare();
+        host_.reset(new hostemu::HostEmulator(
+            Options(Config("<args enableudprecv=\"1\" port=\"0\" udprecvbuflen=\"4\" " + args + "/>"))));
+        ASSERT_EQ(0, host_->Start()) << host_->Error();
+        svc_ = Svc(*host_);
+        ASSERT_NE(nullptr, svc_->m_pUDPRecv);
+        port_ = static_cast<int>(svc_->m_pUDPRecv->GetPort());
+        ASSERT_NE(0, port_);
+    }
+    void TearDown() override {
+        if (host_) {
+            host_->Factory().SetGetMsgAlwaysFails(false);
+            host_->PackSvr().SetPackRawFails(false);
+            host_->Shutdown();
+            const hostemu::MessageStats s = host_->Factory().Stats();
+            EXPECT_EQ(0u, s.live) << host_->Factory().LeakReport();
+            EXPECT_EQ(0u, s.doubleReleases);
+            EXPECT_EQ(0u, s.usesAfterRelease);
+        }
+        host_.reset();
+        dir_.Leave();
+    }
+    void Send(const std::string& d) { ASSERT_TRUE(udp_.Send(port_, d)); }
+    // Publications (620003, 620031) that reached the center so far; the
+    // service's own registration and subscription traffic left out.
+    std::vector<hostemu::MessageSnapshot> Published() {
+        std::vector<hostemu::MessageSnapshot> out;
+        for (auto& m : host_->Center().Messages())
+            if (m.FunctionNo() == 620003 || m.FunctionNo() == 620031) out.push_back(m);
+        return out;
+    }
+    // Lines logged with code 15006 under function with exactly raw as text.
+    size_t LogLines(const std::string& function, const std::string& raw) {
+        size_t n = 0;
+        for (const auto& l : host_->Log().Lines())
+            if (l.function == function && l.raw == raw && l.code == 15006) ++n;
+        return n;
+    }
+
+    TempWorkDir dir_;
+    UdpSender udp_;
+    std::unique_ptr<hostemu::HostEmulator> host_;
+    CTIKRONServiceImpl* svc_ = nullptr;
+    int port_ = 0;
+};
 
 }  // namespace frametest

@@ -3,23 +3,15 @@
 // adds fail, and snapshot files that cannot be written. Each fault gives its
 // logged or counted outcome, the tables stay authoritative (queries answer)
 // and no message leaks or is released twice.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <sys/stat.h>
-#include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "frame/frame_test_support.h"
+#include "store/store_test_support.h"
 #include "store/hq_tables.h"
 
 namespace {
@@ -27,94 +19,34 @@ namespace {
 using hostemu::MessageSnapshot;
 using hostemu::PackedBody;
 
-std::string Datagram(char type, const std::string& text) {
-    char head[8];
-    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
-    return head + text;
-}
+using frametest::Datagram;
+using frametest::WaitUntil;
 
-std::string SingleLeg(const std::string& code, const std::string& tail) {
-    return code + ",3850.2,3855.0,3861.4,3861.2,12,340,3861.6,8,290,3870.0,3845.2,3858.37,11.2,80321,160234,"
-                  "92973211400.0,4235.2,3465.2,X,0,0,0,0,3849.8,158000,0,0,0,0,3861.0,5,3860.8,7,3860.6,9,"
-                  "3860.4,11,3861.8,4,3862.0,6,3862.2,8,3862.4,10," + tail;
-}
+std::string SingleLeg(const std::string& code, const std::string& tail) { return SingleLegText(code, tail); }
 
 std::string Deal(const std::string& contract) {
     return "31,FA09,F1,B7," + contract + ",卖出,开仓,4100.5,2,套利,00077,R1,S1,op,1,2,2,0,4101.25,B,5,12,13,1,10,0,"
            "CF1,20240307,101112,IGNORED,1,3,occ,ref,SPD,7.5,-1.5,pos,9,1,2,3,4,5,6";
 }
 
-bool WaitUntil(const std::function<bool()>& cond, int ms = 3000) {
-    for (int i = 0; i < ms / 10; ++i) {
-        if (cond()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return cond();
-}
-
-class Faults : public testing::Test {
+class Faults : public frametest::UdpPlugin {
 protected:
-    // prepare runs in the temporary directory before the plug-in starts
-    // (so it can plant files where the snapshots go).
     void Start(const std::function<void()>& prepare = nullptr) {
-        char tmpl[] = "/tmp/tikron_faults_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir_ = tmpl;
-        ASSERT_NE(nullptr, getcwd(oldCwd_, sizeof oldCwd_));
-        ASSERT_EQ(0, chdir(dir_.c_str()));
-        if (prepare) prepare();
-        host_.reset(new hostemu::HostEmulator(frametest::Options(frametest::Config(
-            "<args enableudprecv=\"1\" port=\"0\" udprecvbuflen=\"4\" enableudphq=\"1\" enableudphb=\"1\"/>"))));
-        ASSERT_EQ(0, host_->Start()) << host_->Error();
-        ASSERT_NE(nullptr, frametest::Svc(*host_)->m_pUDPRecv);
-        port_ = frametest::Svc(*host_)->m_pUDPRecv->GetPort();
-        fd_ = socket(AF_INET, SOCK_DGRAM, 0);
-        ASSERT_GE(fd_, 0);
+        StartUdp("enableudphq=\"1\" enableudphb=\"1\"", prepare);
     }
-    void TearDown() override {
-        if (fd_ >= 0) close(fd_);
-        if (host_) {
-            host_->Factory().SetGetMsgAlwaysFails(false);
-            host_->PackSvr().SetPackRawFails(false);
-            host_->Shutdown();
-            const hostemu::MessageStats s = host_->Factory().Stats();
-            EXPECT_EQ(0u, s.live) << host_->Factory().LeakReport();
-            EXPECT_EQ(0u, s.doubleReleases);
-            EXPECT_EQ(0u, s.usesAfterRelease);
-        }
-        host_.reset();
-        if (oldCwd_[0] != '\0') {
-            EXPECT_EQ(0, chdir(oldCwd_));
-        }
-        if (!dir_.empty()) (void)system(("rm -rf '" + dir_ + "'").c_str());
-    }
-    void Send(const std::string& d) {
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(static_cast<uint16_t>(port_));
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(static_cast<ssize_t>(d.size()),
-                  sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to));
-    }
-    size_t Published() {
-        size_t n = 0;
-        for (auto& m : host_->Center().Messages())
-            if (m.FunctionNo() == 620003 || m.FunctionNo() == 620031) ++n;
-        return n;
-    }
+    size_t Published() { return UdpPlugin::Published().size(); }
     // Asks 620205 for one contract with named columns; the answer's
     // contract code ("" when the answer has no row).
     std::string AskEx(const std::string& code) {
         PackedBody req = hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, code.c_str()}});
-        hostemu::MessageSpec spec(620205, 0);
-        spec.body = hostemu::EncodePacked(req);
+        hostemu::MessageSpec msgDef(620205, 0);
+        msgDef.body = hostemu::EncodePacked(req);
         host_->Center().Clear();
-        if (host_->PostFromCenter(spec) != 0) return "<not posted>";
+        if (host_->PostFromCenter(msgDef) != 0) return "<not posted>";
         MessageSnapshot a;
         if (!host_->Center().WaitFor([](const MessageSnapshot& m) { return m.FunctionNo() == 620205; }, 3000, &a))
             return "<no answer>";
-        PackedBody b;
-        if (hostemu::DecodePacked(a.Body().data(), static_cast<int>(a.Body().size()), &b) != 0) return "<bad body>";
+        PackedBody b = frametest::Decode(a.Body());
         return b.rows.empty() ? "" : b.Str(0, "contract_code");
     }
     // Sends an exchange status marker and waits until the table holds it:
@@ -128,12 +60,6 @@ protected:
             return t->GetHQInfo(&probe) == 1;
         }));
     }
-
-    std::unique_ptr<hostemu::HostEmulator> host_;
-    std::string dir_;
-    char oldCwd_[1024] = {0};
-    int fd_ = -1;
-    unsigned port_ = 0;
 };
 
 // No message from the factory: publications are skipped, the tables are
@@ -182,10 +108,10 @@ TEST_F(Faults, RefusedPublicationsAndAnswersAreReleased) {
     EXPECT_TRUE(WaitUntil([&] { return host_->Factory().Stats().live == 0; }));
     // A refused query answer is released too.
     PackedBody req = hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, "IF2410"}});
-    hostemu::MessageSpec spec(620205, 0);
-    spec.body = hostemu::EncodePacked(req);
+    hostemu::MessageSpec msgDef(620205, 0);
+    msgDef.body = hostemu::EncodePacked(req);
     const size_t before = host_->Center().Refused();
-    ASSERT_EQ(0, host_->PostFromCenter(spec));
+    ASSERT_EQ(0, host_->PostFromCenter(msgDef));
     EXPECT_TRUE(WaitUntil([&] { return host_->Center().Refused() > before; }));
     EXPECT_TRUE(WaitUntil([&] { return host_->Factory().Stats().live == 0; }));
     host_->Center().SetMode(hostemu::CHostNeighbour::Record);

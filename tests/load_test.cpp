@@ -28,11 +28,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string Datagram(char type, const std::string& text) {
-    char head[8];
-    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
-    return head + text;
-}
+using frametest::Datagram;
 
 std::string Code(int i) {
     char buf[16];
@@ -57,10 +53,10 @@ int Seconds() {
 }
 
 hostemu::MessageSpec Query(int function, const char* field, const std::string& key, int packetId) {
-    hostemu::MessageSpec spec(function, 0);
-    spec.packetId = packetId;
-    spec.body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", field}, {{packetId % 2, key.c_str()}}));
-    return spec;
+    hostemu::MessageSpec msgDef(function, 0);
+    msgDef.packetId = packetId;
+    msgDef.body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", field}, {{packetId % 2, key.c_str()}}));
+    return msgDef;
 }
 
 hostemu::MessageSpec Publication(const std::string& code, int tick) {
@@ -73,10 +69,10 @@ hostemu::MessageSpec Publication(const std::string& code, int tick) {
     hostemu::PackedBody b;
     b.columns = {{"type", 'S', 255, 4}, {"futu_hq_raw", 'R', static_cast<int>(sizeof rec) + 1, 4}};
     b.rows = {{hostemu::PackCell(1), hostemu::PackCell::Raw(&rec, sizeof rec)}};
-    hostemu::MessageSpec spec(620003, 0);
-    spec.issueType = 22;
-    spec.body = hostemu::EncodePacked(b);
-    return spec;
+    hostemu::MessageSpec msgDef(620003, 0);
+    msgDef.issueType = 22;
+    msgDef.body = hostemu::EncodePacked(b);
+    return msgDef;
 }
 
 TEST(Load, EverythingAtOnceStaysConsistentAndReleasesEveryMessage) {
@@ -139,12 +135,12 @@ TEST(Load, EverythingAtOnceStaysConsistentAndReleasesEveryMessage) {
                 continue;
             }
             ++n;
-            hostemu::MessageSpec spec = queries ? (n % 4 == 0   ? Query(620201, "arbicontract_id", "SP a2501&a2505", n)
+            hostemu::MessageSpec msgDef = queries ? (n % 4 == 0   ? Query(620201, "arbicontract_id", "SP a2501&a2505", n)
                                                    : n % 4 == 1 ? Query(620207, "futu_exch_type", "F1", n)
                                                    : n % 4 == 2 ? Query(620200, "contract_code", Code(n), n)
                                                                 : Query(620205, "contract_code", Code(n), n))
                                                 : Publication(Code(n * 7), n);
-            if (host->PostFromCenter(spec) == 0) ++posted;
+            if (host->PostFromCenter(msgDef) == 0) ++posted;
         }
     };
     std::thread queries(poster, true);

@@ -1,17 +1,9 @@
 // Option and STP pushes end to end: the real plug-in, loaded by the host
 // emulator, receives push datagrams on 127.0.0.1 and publishes each record
 // under 620031 as named columns; bad records publish nothing and are logged.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -23,11 +15,7 @@ using hostemu::MessageSnapshot;
 using hostemu::PackCell;
 using hostemu::PackedBody;
 
-std::string Datagram(char type, const std::string& text) {
-    char head[8];
-    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
-    return head + text;
-}
+using frametest::Datagram;
 
 std::string Join(const std::vector<std::string>& fields) {
     std::string s;
@@ -148,11 +136,7 @@ const PushCase kCases[] = {
     {'Z', "CTIKRONServiceImpl::DealPUSH_OPT_HQ", 33404, QuoteFields, QuoteBody},
 };
 
-PackedBody Decode(const std::vector<char>& bytes) {
-    PackedBody b;
-    EXPECT_EQ(0, hostemu::DecodePacked(bytes.data(), static_cast<int>(bytes.size()), &b));
-    return b;
-}
+using frametest::Decode;
 
 void ExpectKey(const MessageSnapshot& m, const std::vector<std::string>& cols, const std::vector<PackCell>& vals) {
     PackedBody k = Decode(m.Key());
@@ -183,45 +167,9 @@ void ExpectBody(const MessageSnapshot& m, const std::vector<Col>& want) {
     }
 }
 
-class PushRecords : public testing::Test {
+class PushRecords : public frametest::UdpPlugin {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/tikron_push_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir_ = tmpl;
-        ASSERT_NE(nullptr, getcwd(oldCwd_, sizeof oldCwd_));
-        ASSERT_EQ(0, chdir(dir_.c_str()));
-        host_.reset(new hostemu::HostEmulator(frametest::Options(
-            frametest::Config("<args enableudprecv=\"1\" port=\"0\" udprecvbuflen=\"4\"/>"))));
-        ASSERT_EQ(0, host_->Start()) << host_->Error();
-        CTIKRONServiceImpl* svc = frametest::Svc(*host_);
-        ASSERT_NE(nullptr, svc->m_pUDPRecv);
-        port_ = svc->m_pUDPRecv->GetPort();
-        ASSERT_NE(0u, port_);
-        fd_ = socket(AF_INET, SOCK_DGRAM, 0);
-        ASSERT_GE(fd_, 0);
-    }
-    void TearDown() override {
-        if (fd_ >= 0) close(fd_);
-        if (host_) {
-            host_->Shutdown();
-            EXPECT_EQ(0u, host_->Factory().Stats().live);
-            EXPECT_EQ(0u, host_->Factory().Stats().doubleReleases);
-        }
-        host_.reset();
-        if (oldCwd_[0] != '\0') {
-            EXPECT_EQ(0, chdir(oldCwd_));
-        }
-        if (!dir_.empty()) (void)system(("rm -rf '" + dir_ + "'").c_str());
-    }
-    void Send(const std::string& d) {
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(static_cast<uint16_t>(port_));
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(static_cast<ssize_t>(d.size()),
-                  sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to));
-    }
+    void SetUp() override { StartUdp(); }
     // Pushes published so far (the exchange-status marker and the
     // service's own traffic left out).
     std::vector<MessageSnapshot> Pushes() {
@@ -235,27 +183,10 @@ protected:
     void Flush() {
         ++markers_;
         Send(Datagram('A', "ZZ,1,1,"));
-        for (int i = 0; i < 300; ++i) {
-            size_t n = 0;
-            for (auto& m : host_->Center().Messages()) n += m.FunctionNo() == 620003;
-            if (n >= 2 * markers_) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        ADD_FAILURE() << "marker not published";
+        EXPECT_TRUE(frametest::WaitUntil([&] { return Published().size() - Pushes().size() >= 2 * markers_; }))
+            << "marker not published";
     }
-    size_t LogLines(const std::string& function, const std::string& raw) {
-        size_t n = 0;
-        for (const auto& l : host_->Log().Lines())
-            if (l.function == function && l.raw == raw && l.code == 15006) ++n;
-        return n;
-    }
-
-    std::unique_ptr<hostemu::HostEmulator> host_;
-    unsigned port_ = 0;
-    int fd_ = -1;
     size_t markers_ = 0;
-    std::string dir_;
-    char oldCwd_[4096] = {0};
 };
 
 TEST_F(PushRecords, EveryTypeIsPublishedWithEveryField) {

@@ -28,20 +28,9 @@ using hostemu::MessageSnapshot;
 using hostemu::PackCell;
 using hostemu::PackedBody;
 
-// Polls cond every 5 ms for at most ms milliseconds.
-inline bool WaitUntil(const std::function<bool()>& cond, int ms = 3000) {
-    for (int waited = 0; waited < ms; waited += 5) {
-        if (cond()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return cond();
-}
-
-inline PackedBody Decode(const std::vector<char>& bytes) {
-    PackedBody b;
-    EXPECT_EQ(0, hostemu::DecodePacked(bytes.data(), static_cast<int>(bytes.size()), &b));
-    return b;
-}
+using frametest::Datagram;
+using frametest::Decode;
+using frametest::WaitUntil;
 
 template <typename T>
 std::string Bytes(const T& rec) {
@@ -123,11 +112,7 @@ inline PackedBody TextBody(const std::string& text) { return hostemu::MakeBody(3
 class PluginFixture : public testing::Test {
 protected:
     void StartPlugin(const std::string& args = "", const std::string& plugin = "") {
-        char tmpl[] = "/tmp/tikron_msg_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir_ = tmpl;
-        ASSERT_NE(nullptr, getcwd(oldCwd_, sizeof oldCwd_));
-        ASSERT_EQ(0, chdir(dir_.c_str()));
+        ASSERT_TRUE(dir_.Enter());
         Restart(args, plugin);
     }
     // A new lifecycle in the same directory (the previous one is shut down).
@@ -154,8 +139,7 @@ protected:
     }
     void TearDown() override {
         StopPlugin();
-        if (oldCwd_[0] != '\0') EXPECT_EQ(0, chdir(oldCwd_));
-        if (!dir_.empty()) (void)system(("rm -rf '" + dir_ + "'").c_str());
+        dir_.Leave();
     }
 
     // Publishes and waits until the record is in the table.
@@ -184,16 +168,16 @@ protected:
     // Sends a request as a client and waits for the answer with its packet id.
     bool Ask(int function, const PackedBody& body, MessageSnapshot* answer, int packetType = 0,
              bool inKeyItem = false, int waitMs = 3000) {
-        hostemu::MessageSpec spec(function, packetType);
-        spec.packetId = ++nextId_;
+        hostemu::MessageSpec msgDef(function, packetType);
+        msgDef.packetId = ++nextId_;
         std::vector<char> bytes = hostemu::EncodePacked(body);
         if (inKeyItem) {
-            spec.key = bytes;
+            msgDef.key = bytes;
         } else {
-            spec.body = bytes;
+            msgDef.body = bytes;
         }
-        const int id = spec.packetId;
-        if (host_->PostFromClient(spec) != 0) return false;
+        const int id = msgDef.packetId;
+        if (host_->PostFromClient(msgDef) != 0) return false;
         return host_->Center().WaitFor(
             [&](const MessageSnapshot& m) { return m.PacketId() == id && m.FunctionNo() == function && m.PacketType() == 1; },
             waitMs, answer);
@@ -210,8 +194,7 @@ protected:
         return static_cast<long>(__atomic_load_n(got, __ATOMIC_RELAXED) - __atomic_load_n(rel, __ATOMIC_RELAXED));
     }
 
-    std::string dir_;
-    char oldCwd_[4096] = {0};
+    frametest::TempWorkDir dir_;
     std::unique_ptr<hostemu::HostEmulator> host_;
     std::unique_ptr<hostemu::CMessageCenter> center_;
     CTIKRONServiceImpl* svc_ = nullptr;

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "frame/frame_test_support.h"
 #include "host/host_emulator.h"
 #include "quote/quote_text.h"
 #include "report/report_text.h"
@@ -24,35 +25,21 @@ namespace {
 const std::vector<char> kKey = {'K', 'E', 'Y', '\0', '7'};
 
 struct Convert : testing::Test {
-    std::string dir, oldDir;
+    frametest::TempWorkDir dir;
     std::unique_ptr<hostemu::HostEmulator> h;
 
-    void SetUp() override {
-        char cwd[4096];
-        ASSERT_NE(nullptr, getcwd(cwd, sizeof cwd));
-        oldDir = cwd;
-        char tmpl[] = "/tmp/tikron_convert_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir = tmpl;
-        ASSERT_EQ(0, chdir(dir.c_str()));
-    }
+    void SetUp() override { ASSERT_TRUE(dir.Enter()); }
     void TearDown() override {
         if (h) h->Shutdown();
-        ASSERT_EQ(0, chdir(oldDir.c_str()));
-        std::string cmd = "rm -rf '" + dir + "'";
-        (void)system(cmd.c_str());
+        dir.Leave();
     }
     // switches: names of the conversion switches to turn on.
     void Start(const std::vector<std::string>& switches) {
         std::string conv;
         for (const auto& s : switches) conv += "<" + s + ">1</" + s + ">";
-        hostemu::HostOptions o;
-        o.pluginPath = TIKRON_PLUGIN_PATH;
-        o.configXml =
-            "<tikron><pub><node AppName=\"A\" AppID=\"1\" SvrName=\"S\" SvrID=\"2\"/></pub>"
-            "<plugin><args enableudprecv=\"0\" subscibetomc=\"0\"/><convert>" + conv +
-            "</convert></plugin></tikron>";
-        o.logFile = dir + "/host.log";
+        hostemu::HostOptions o = frametest::Options(frametest::Config(
+            "<args enableudprecv=\"0\" subscibetomc=\"0\"/><convert>" + conv + "</convert>"));
+        o.logFile = dir.Path() + "/host.log";
         h = std::make_unique<hostemu::HostEmulator>(o);
         ASSERT_EQ(0, h->Start()) << h->Error();
     }
@@ -69,8 +56,7 @@ struct Convert : testing::Test {
     }
     // Converted publications after the plug-in had time for all of them.
     std::vector<MessageSnapshot> Published(size_t atLeast) {
-        for (int i = 0; i < 300 && Out().size() < atLeast; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        frametest::WaitUntil([&] { return Out().size() >= atLeast; });
         std::this_thread::sleep_for(std::chrono::milliseconds(250));
         return Out();
     }

@@ -1,11 +1,7 @@
 // Trade reports end to end: reports from the message center (620299), over
 // UDP ('3'), offset-setting ('F') and margin-order ('E') records, checked on
 // every message the plug-in publishes.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <stdlib.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,12 +14,14 @@
 #include <thread>
 #include <vector>
 
+#include "frame/frame_test_support.h"
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
 #include "report/report_records.h"
 #include "report/report_text.h"
 
-using hostemu::DecodePacked;
+using frametest::Datagram;
+using frametest::Decode;
 using hostemu::MessageSnapshot;
 using hostemu::PackCell;
 using hostemu::PackedBody;
@@ -32,44 +30,19 @@ namespace {
 
 const std::string S1 = "\x01";
 
-std::string Xml(const std::string& args) {
-    return "<tikron><pub><node AppName=\"A\" AppID=\"1\" SvrName=\"S\" SvrID=\"2\"/></pub>"
-           "<plugin><args subscibetomc=\"0\" " + args + "/></plugin></tikron>";
-}
-
 // Runs each test in a fresh directory (snapshot files, trade-report log).
 struct InTempDir : testing::Test {
-    std::string dir, oldDir;
-    void SetUp() override {
-        char cwd[4096];
-        ASSERT_NE(nullptr, getcwd(cwd, sizeof cwd));
-        oldDir = cwd;
-        char tmpl[] = "/tmp/tikron_reports_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir = tmpl;
-        ASSERT_EQ(0, chdir(dir.c_str()));
-    }
-    void TearDown() override {
-        ASSERT_EQ(0, chdir(oldDir.c_str()));
-        std::string cmd = "rm -rf '" + dir + "'";
-        (void)system(cmd.c_str());
-    }
+    frametest::TempWorkDir dir;
+    void SetUp() override { ASSERT_TRUE(dir.Enter()); }
     std::unique_ptr<hostemu::HostEmulator> Start(const std::string& args) {
-        hostemu::HostOptions o;
-        o.pluginPath = TIKRON_PLUGIN_PATH;
-        o.configXml = Xml(args);
-        o.logFile = dir + "/host.log";
+        hostemu::HostOptions o =
+            frametest::Options(frametest::Config("<args subscibetomc=\"0\" " + args + "/>"));
+        o.logFile = dir.Path() + "/host.log";
         auto host = std::make_unique<hostemu::HostEmulator>(o);
         EXPECT_EQ(0, host->Start()) << host->Error();
         return host;
     }
 };
-
-PackedBody Decode(const std::vector<char>& bytes) {
-    PackedBody b;
-    EXPECT_EQ(0, DecodePacked(bytes.data(), static_cast<int>(bytes.size()), &b));
-    return b;
-}
 
 void ExpectColumn(const PackedBody& b, int i, const char* name, char type, int width) {
     ASSERT_LT(i, static_cast<int>(b.columns.size()));
@@ -142,11 +115,7 @@ std::vector<MessageSnapshot> Reports(hostemu::HostEmulator& h, int function = 62
 }
 
 bool WaitReports(hostemu::HostEmulator& h, size_t n, int function = 620031) {
-    for (int i = 0; i < 300; ++i) {
-        if (Reports(h, function).size() >= n) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return frametest::WaitUntil([&] { return Reports(h, function).size() >= n; });
 }
 
 // Lets late publications arrive before a count is checked for "nothing more".
@@ -403,12 +372,6 @@ TEST_F(InTempDir, TradeReportLogHoldsEncodedMessages) {
 
 namespace {
 
-std::string Datagram(char type, const std::string& text) {
-    char head[8];
-    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
-    return head + text;
-}
-
 // Mandatory fields 1-27 of a report record.
 std::string UdpHead(const std::string& businessType, const std::string& status,
                     const std::string& contract, const std::string& businessNo = "B7") {
@@ -416,17 +379,7 @@ std::string UdpHead(const std::string& businessType, const std::string& status,
            "2,0,4101.25," + businessType + "," + status + ",12,13,1,10,0,CF1";
 }
 
-int SendUdp(int port, const std::string& d) {
-    int s = socket(AF_INET, SOCK_DGRAM, 0);
-    if (s < 0) return -1;
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(port));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ssize_t n = sendto(s, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    close(s);
-    return n == static_cast<ssize_t>(d.size()) ? 0 : -1;
-}
+int SendUdp(int port, const std::string& d) { return frametest::UdpSender().Send(port, d) ? 0 : -1; }
 
 }  // namespace
 

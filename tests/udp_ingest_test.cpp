@@ -1,21 +1,15 @@
 // UDP ingest end to end: the real plug-in, loaded by the host emulator,
 // receives datagrams on 127.0.0.1 and publishes to the message center.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "frame/frame_test_support.h"
+#include "store/store_test_support.h"
 #include "quote/quote_text.h"
 #include "report/report_text.h"
 #include "store/hq_tables.h"
@@ -24,28 +18,12 @@ namespace {
 
 using hostemu::MessageSnapshot;
 using hostemu::PackedBody;
-
-std::string Datagram(char type, const std::string& text) {
-    char head[8];
-    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
-    return head + text;
-}
+using frametest::Datagram;
+using frametest::Decode;
 
 // A 47-field single-leg record text (code, last price, exchange, tail).
 std::string SingleLeg(const std::string& code, double last, const std::string& tail) {
-    char buf[1024];
-    snprintf(buf, sizeof buf,
-             "%s,3850.2,3855.0,%.1f,3861.2,12,340,3861.6,8,290,3870.0,3845.2,3858.37,11.2,80321,160234,"
-             "92973211400.0,4235.2,3465.2,X,0,0,0,0,3849.8,158000,0,0,0,0,3861.0,5,3860.8,7,3860.6,9,"
-             "3860.4,11,3861.8,4,3862.0,6,3862.2,8,3862.4,10,%s",
-             code.c_str(), last, tail.c_str());
-    return buf;
-}
-
-PackedBody Decode(const std::vector<char>& bytes) {
-    PackedBody b;
-    EXPECT_EQ(0, hostemu::DecodePacked(bytes.data(), static_cast<int>(bytes.size()), &b));
-    return b;
+    return SingleLegText(code, tail, last);
 }
 
 double DblAt(const std::string& raw, size_t off) {
@@ -59,62 +37,14 @@ int IntAt(const std::string& raw, size_t off) {
     return v;
 }
 
-class UdpIngest : public testing::Test {
+class UdpIngest : public frametest::UdpPlugin {
 protected:
-    void Start(const std::string& args) {
-        char tmpl[] = "/tmp/tikron_udp_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir_ = tmpl;
-        getcwd(oldCwd_, sizeof oldCwd_);
-        ASSERT_EQ(0, chdir(dir_.c_str()));  // snapshot files land here
-        host_.reset(new hostemu::HostEmulator(frametest::Options(frametest::Config(
-            "<args enableudprecv=\"1\" port=\"0\" udprecvbuflen=\"4\" " + args + "/>"))));
-        ASSERT_EQ(0, host_->Start()) << host_->Error();
-        svc_ = frametest::Svc(*host_);
-        ASSERT_NE(nullptr, svc_->m_pUDPRecv);
-        port_ = svc_->m_pUDPRecv->GetPort();
-        ASSERT_NE(0u, port_);
-        fd_ = socket(AF_INET, SOCK_DGRAM, 0);
-        ASSERT_GE(fd_, 0);
-    }
-    void TearDown() override {
-        if (fd_ >= 0) close(fd_);
-        if (host_) {
-            host_->Shutdown();
-            EXPECT_EQ(0u, host_->Factory().Stats().live);
-            EXPECT_EQ(0u, host_->Factory().Stats().doubleReleases);
-        }
-        host_.reset();
-        if (oldCwd_[0] != '\0') {
-            EXPECT_EQ(0, chdir(oldCwd_));
-        }
-        if (!dir_.empty()) (void)system(("rm -rf '" + dir_ + "'").c_str());
-    }
-    void Send(const std::string& d) {
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(static_cast<uint16_t>(port_));
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(static_cast<ssize_t>(d.size()),
-                  sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to));
-    }
-    // Publications that reached the center so far (the service's own
-    // registration and subscription traffic left out).
-    std::vector<MessageSnapshot> Published() {
-        std::vector<MessageSnapshot> out;
-        for (auto& m : host_->Center().Messages())
-            if (m.FunctionNo() == 620003 || m.FunctionNo() == 620031) out.push_back(m);
-        return out;
-    }
+    void Start(const std::string& args) { StartUdp(args); }
     // Sends, then waits (bounded) until n publications in total arrived.
     std::vector<MessageSnapshot> SendAndWait(const std::string& d, size_t n) {
         Send(d);
-        std::vector<MessageSnapshot> out = Published();
-        for (int i = 0; i < 300 && out.size() < n; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            out = Published();
-        }
-        EXPECT_GE(out.size(), n);
+        std::vector<MessageSnapshot> out;
+        EXPECT_TRUE(frametest::WaitUntil([&] { return (out = Published()).size() >= n; })) << out.size();
         return out;
     }
     // Marker datagram (an exchange status, never gated) whose two messages
@@ -163,19 +93,6 @@ protected:
         EXPECT_EQ(function, m.FunctionNo());
         EXPECT_EQ(issue, m.IssueType());
     }
-    size_t LogLinesOf(const std::string& function, const std::string& rawText) {
-        size_t n = 0;
-        for (const auto& l : host_->Log().Lines())
-            if (l.function == function && l.raw == rawText && l.code == 15006) ++n;
-        return n;
-    }
-
-    std::unique_ptr<hostemu::HostEmulator> host_;
-    CTIKRONServiceImpl* svc_ = nullptr;
-    unsigned port_ = 0;
-    int fd_ = -1;
-    std::string dir_;
-    char oldCwd_[4096] = {0};
 };
 
 TEST_F(UdpIngest, SingleLegQuoteFillsBothTablesAndPublishesThreeMessages) {
@@ -450,10 +367,10 @@ TEST_F(UdpIngest, FramingErrorsUnknownTypesAndPushesAreLoggedAndDropped) {
     Send(Datagram('S', "1,2,"));
     auto msgs = Flush(0);
     ASSERT_EQ(2u, msgs.size());  // only the marker's messages
-    EXPECT_EQ(2u, LogLinesOf("CTIKRONServiceImpl::DealUDP_hq", bad));
-    EXPECT_EQ(1u, LogLinesOf("CTIKRONServiceImpl::DealUDP_exchStatus", bad));
-    EXPECT_EQ(1u, LogLinesOf("CTIKRONInfo::DealUDP_xjHq", bad));
-    EXPECT_EQ(1u, LogLinesOf("CTIKRONInfo::LoadFromFile", bad));
+    EXPECT_EQ(2u, LogLines("CTIKRONServiceImpl::DealUDP_hq", bad));
+    EXPECT_EQ(1u, LogLines("CTIKRONServiceImpl::DealUDP_exchStatus", bad));
+    EXPECT_EQ(1u, LogLines("CTIKRONInfo::DealUDP_xjHq", bad));
+    EXPECT_EQ(1u, LogLines("CTIKRONInfo::LoadFromFile", bad));
     EXPECT_EQ(1u, host_->Log().CountContaining("CTIKRONServiceImpl::DealPUSH_OPT_HQ"));
     EXPECT_EQ(1u, host_->Log().CountContaining("CTIKRONServiceImpl::DealPUSH_STP"));
 
