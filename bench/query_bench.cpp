@@ -62,10 +62,10 @@ struct Plugin {
         (void)system(("rm -rf '" + dir + "'").c_str());
     }
     // Posts and waits for the answer; returns microseconds.
-    double RoundTrip(const hostemu::MessageSpec& spec) {
+    double RoundTrip(const hostemu::MessageSpec& req) {
         const size_t before = host->Center().Count();
         auto t0 = Clock::now();
-        host->PostFromClient(spec);
+        host->PostFromClient(req);
         while (host->Center().Count() == before) {
         }
         return std::chrono::duration<double, std::micro>(Clock::now() - t0).count();
