@@ -77,16 +77,6 @@ TEST(Loader, FullLifecycleThroughEveryFacet) {
     EXPECT_DOUBLE_EQ(10.0, body.Get(1, "half")->d);
     EXPECT_EQ('b', body.Get(1, "first")->c);
 
-    // Publication built from a fresh message of the factory.
-    MessageSpec pub(2, PACKET_REQUEST);
-    pub.key = {'k', 'e', 'y'};
-    ASSERT_EQ(0, host.PostFromClient(pub));
-    MessageSnapshot found;
-    ASSERT_TRUE(host.Center().WaitFor([](const MessageSnapshot& m) { return m.FunctionNo() == 620003; }, 3000,
-                                      &found));
-    EXPECT_EQ(16, found.IssueType());
-    EXPECT_EQ(pub.key, found.Key());
-
     host.Shutdown();
     EXPECT_TRUE(host.Log().WaitFor("stopped", 0));
     EXPECT_TRUE(host.Log().WaitFor("exited", 0));

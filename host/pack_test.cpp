@@ -240,17 +240,4 @@ TEST(Pack, SingleByteCorruptionsNeverReadOutOfBounds) {
     EXPECT_EQ(-4, u->Open(bad.data(), static_cast<int>(bad.size())));
 }
 
-TEST(Pack, MakeBodyAndHelpers) {
-    PackedBody b = MakeBody(1, {"contract_code", "price"}, {{"IF2406", 3500.2}, {"IC2406", 5}});
-    std::vector<char> buf = EncodePacked(b);
-    PackedBody out;
-    ASSERT_EQ(0, DecodePacked(buf.data(), static_cast<int>(buf.size()), &out));
-    EXPECT_EQ(1, out.version);
-    EXPECT_EQ("IC2406", out.Str(1, "contract_code"));
-    EXPECT_EQ("3500.2000", out.Str(0, "price"));
-    EXPECT_EQ(5, out.Int(1, "price"));
-    EXPECT_EQ(nullptr, out.Get(2, "price"));
-    EXPECT_EQ("", out.Str(0, "missing"));
-}
-
 }  // namespace

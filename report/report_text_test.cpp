@@ -361,45 +361,14 @@ TEST(ReportLegacyCopy, DealBoundsEveryTextToItsField) {
     EXPECT_EQ(legacy.firm_no[8], '#');
 }
 
-TEST(ReportOtherTexts, QuoteReportAndInquiry) {
-    tagBJHB b;
-    std::memset(&b, 0, sizeof b);
-    std::strcpy(b.futu_exch_type, "F1");
-    std::strcpy(b.contract_code, "SR405");
-    std::strcpy(b.buy_futures_direction, "1");
-    std::strcpy(b.buy_hedge_type, "0");
-    b.buy_price = 6000;
-    b.buy_amount = 1;
-    std::strcpy(b.sale_futures_direction, "2");
-    std::strcpy(b.sale_hedge_type, "0");
-    b.sale_price = 6002.5;
-    b.sale_amount = 2;
-    b.quote_no = 31;
-    std::strcpy(b.fund_account, "00123");
-    std::strcpy(b.futu_report_no, "rp");
-    std::strcpy(b.firm_no, "fm");
-    std::strcpy(b.operator_no, "op");
-    std::strcpy(b.entrust_status, "3");
-    b.branch_no = 8;
-    b.init_date = 20240315;
-    b.curr_time = 93000;
-    std::strcpy(b.confirm_no, "c");
-    std::strcpy(b.buy_confirm_no, "bc");
-    std::strcpy(b.sale_confirm_no, "sc");
-    std::strcpy(b.quote_occasion, "qo");
-    char text[1024] = {0};
-    ASSERT_EQ(ConvertBJHbTo33301(&b, text), 0);
-    EXPECT_EQ(std::string(text),
-              T("F1|SR405|1|0|6000.000000|1.000000|2|0|6002.500000|2.000000|31|00123|rp|fm|op|3|8|"
-                "20240315|93000|c|bc|sc|qo||0|||0|0"));
-
+TEST(ReportOtherTexts, InquiryTextIsBoundedBySize) {
     tagXJ x;
     std::memset(&x, 0, sizeof x);
     std::strcpy(x.forquote_no, "Q000123");
     std::strcpy(x.contract_code, "m2409-C-3000");
     x.init_date = 20240315;
     x.update_time = 93001;
-    std::memset(text, 0, sizeof text);
+    char text[1024] = {0};
     ASSERT_EQ(ConvertXJHqTo33300(&x, text, sizeof text), 0);
     EXPECT_EQ(std::string(text), T("Q000123|m2409-C-3000|20240315|93001"));
     EXPECT_EQ(ConvertXJHqTo33300(&x, text, 12), QUOTE_TEXT_TRUNCATED);

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -158,75 +156,6 @@ TEST(QuoteTable, UnwritableFileKeepsTableAuthoritativeAndLogsOnce) {
 }
 
 // --- restore from the snapshot ---------------------------------------------
-
-TEST(QuoteSnapshot, KilledProcessLeavesEveryUpdateInTheFile) {
-    ScratchDir dir;
-    std::string hq = dir.File("tikron_a.db");
-    std::string ex = dir.File("futuexchstatus_a.db");
-    const char* codes[] = {"IF2412", "rb2501", "SR501", "m2505", "au2506", "sc2503"};
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        close(fds[0]);
-        CTIKRONInfo t(hq.c_str());
-        CExchStatusInfo s(ex.c_str());
-        for (int round = 0; round < 20; ++round) {
-            for (int k = 0; k < 6; ++k) {
-                tagHQInfo q = Quote(codes[k], 1000.0 * (k + 1) + round, round);
-                t.AddHQInfo(&q, 0);
-            }
-            tagEXCHSTATUS e;
-            std::memset(&e, 0, sizeof e);
-            std::snprintf(e.futu_exch_type, sizeof e.futu_exch_type, "F%d", 1 + round % 5);
-            std::snprintf(e.futu_status, sizeof e.futu_status, "%d", round);
-            e.can_trade = round;
-            s.AddHQInfo(&e, 0);
-        }
-        char c = 'x';
-        if (write(fds[1], &c, 1) != 1) _exit(2);
-        for (;;) pause();  // killed here; destructors never run
-    }
-    close(fds[1]);
-    char c = 0;
-    ssize_t n = read(fds[0], &c, 1);
-    close(fds[0]);
-    kill(pid, SIGKILL);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_EQ(n, 1) << "child failed before finishing its updates";
-    ASSERT_TRUE(WIFSIGNALED(status));
-
-    EXPECT_EQ(FileSize(hq), static_cast<long>(16 + 6 * sizeof(tagSaveHQInfo<tagHQInfo>)));
-    CTIKRONInfo t(hq.c_str());
-    ASSERT_EQ(t.GetCount(), 6u);
-    t.LockMap();
-    for (int k = 0; k < 6; ++k) {
-        auto it = t.GetHQMap().find(CMapKey(codes[k]));
-        ASSERT_NE(it, t.GetHQMap().end());
-        EXPECT_EQ(it->second->iRecordNo, k + 1);
-        EXPECT_EQ(double(it->second->szHQInfo.futu_last_price), 1000.0 * (k + 1) + 19);
-    }
-    t.UnlockMap();
-    EXPECT_EQ(t.GetRecvNum(), 0u);
-    // The restored table keeps writing into the same slots.
-    tagHQInfo q = Quote("m2505", 1.0, 1);
-    ASSERT_EQ(t.AddHQInfo(&q, 0), 0);
-    EXPECT_EQ(double(SlotOf<tagHQInfo>(hq, 4).szHQInfo.futu_last_price), 1.0);
-    EXPECT_EQ(FileSize(hq), static_cast<long>(16 + 6 * sizeof(tagSaveHQInfo<tagHQInfo>)));
-
-    CExchStatusInfo s(ex.c_str());
-    std::vector<std::string> keys;
-    s.GetAllExch(keys);
-    EXPECT_EQ(keys, (std::vector<std::string>{"F1", "F2", "F3", "F4", "F5"}));
-    tagEXCHSTATUS e;
-    std::memset(&e, 0, sizeof e);
-    std::strcpy(e.futu_exch_type, "F5");
-    ASSERT_EQ(s.GetHQInfo(&e), 1);
-    EXPECT_EQ(e.can_trade, 19);
-    EXPECT_STREQ(e.futu_status, "19");
-}
 
 std::string FileWith(uint64_t date, const std::vector<tagSaveHQInfo<tagHQInfo>>& slots, size_t tail) {
     tagHQFileHead h{date, slots.size()};

@@ -21,6 +21,13 @@ using hostemu::PackedBody;
 using frametest::Datagram;
 using frametest::Decode;
 
+// A record text with its 0x01 separators shown as '|'.
+std::string Bars(std::string s) {
+    for (char& c : s)
+        if (c == '\x01') c = '|';
+    return s;
+}
+
 // A 47-field single-leg record text (code, last price, exchange, tail).
 std::string SingleLeg(const std::string& code, double last, const std::string& tail) {
     return SingleLegText(code, tail, last);
@@ -244,40 +251,9 @@ TEST_F(UdpIngest, InquiryAndQuoteReportTexts) {
     ExpectHeader(msgs[1], 620031, 33301);
     ExpectKey(msgs[1], {"branch_no", "fund_account"}, {"8888", "10086"});
     EXPECT_EQ('I', Decode(msgs[1].Key()).rows[0][0].kind);  // branch_no added as int
-    tagBJHB bj;
-    memset(&bj, 0, sizeof bj);
-    strcpy(bj.futu_exch_type, "F4");
-    strcpy(bj.contract_code, "IF2412");
-    strcpy(bj.buy_futures_direction, "0");
-    strcpy(bj.buy_hedge_type, "1");
-    bj.buy_price = 3861.2;
-    bj.buy_amount = 5;
-    strcpy(bj.sale_futures_direction, "1");
-    strcpy(bj.sale_hedge_type, "1");
-    bj.sale_price = 3862.0;
-    bj.sale_amount = 6;
-    bj.quote_no = 778;
-    strcpy(bj.fund_account, "10086");
-    strcpy(bj.futu_report_no, "R001");
-    strcpy(bj.firm_no, "F01");
-    strcpy(bj.operator_no, "OP1");
-    strcpy(bj.entrust_status, "1");
-    bj.branch_no = 8888;
-    bj.init_date = 20240105;
-    bj.curr_time = 93002;
-    strcpy(bj.confirm_no, "C1");
-    strcpy(bj.buy_confirm_no, "BC1");
-    strcpy(bj.sale_confirm_no, "SC1");
-    strcpy(bj.quote_occasion, "OCC");
-    strcpy(bj.quote_reference, "REF1");
-    bj.session_no = 3;
-    strcpy(bj.buy_entrust_reference, "BREF");
-    strcpy(bj.sell_entrust_reference, "SREF");
-    bj.buy_entrust_no = 11;
-    bj.sell_entrust_no = 12;
-    char text[1024];
-    ASSERT_EQ(0, ConvertBJHbTo33301(&bj, text, sizeof text));
-    EXPECT_EQ(std::string(text), TextOf(msgs[1], 1024));
+    EXPECT_EQ(std::string("F4|IF2412|0|1|3861.200000|5.000000|1|1|3862.000000|6.000000|778|10086|R001|F01|OP1|1|"
+                          "8888|20240105|93002|C1|BC1|SC1|OCC|REF1|3|BREF|SREF|11|12"),
+              Bars(TextOf(msgs[1], 1024)));
 
     // An older sender stops after quote_occasion: the optional fields are
     // empty and zero. Status '9' has no mapping and stays.
