@@ -306,6 +306,12 @@ int main(int argc, char** argv) {
            plainPaced > 0 ? 100.0 * pluginPaced / plainPaced : 0.0);
     printf("%-28s %14.0f %14.0f %7.1f%%\n", "drain rate (/s)", plainDrain, pluginDrain,
            plainDrain > 0 ? 100.0 * pluginDrain / plainDrain : 0.0);
+    printf("what is counted: plain = datagrams returned by recvmmsg (no processing); plug-in = datagrams\n"
+           "fully processed (received by the library's receiver, queued, framed, parsed into the extended\n"
+           "and legacy tables with their snapshot files, 33100 text built, issue types 33100, 22 and 16\n"
+           "delivered to the neighbour). Drain: %ld datagrams sent into the socket buffer before the\n"
+           "receiver starts; time from starting it until the last one is counted.\n",
+           drainN);
     printf("goals: paced >= 50%%, drain >= 25%% of the plain receiver\n");
     return 0;
 }

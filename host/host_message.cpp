@@ -38,7 +38,7 @@ int CHostMessageItem::QueryInterface(const char*, IKnown** out) {
 
 const char* CHostMessageItem::GetString(int index) {
     m_owner->NoteUse();
-    if (index < 0 || index >= static_cast<int>(m_values.size())) return "";
+    if (index < 0 || static_cast<size_t>(index) >= m_count) return "";
     const ItemValue& v = m_values[static_cast<size_t>(index)];
     if (v.kind == ItemValue::Str) return v.s.c_str();
     if (v.kind == ItemValue::Int) {
@@ -50,11 +50,28 @@ const char* CHostMessageItem::GetString(int index) {
 
 int CHostMessageItem::GetInt(int index) {
     m_owner->NoteUse();
-    if (index < 0 || index >= static_cast<int>(m_values.size())) return 0;
+    if (index < 0 || static_cast<size_t>(index) >= m_count) return 0;
     const ItemValue& v = m_values[static_cast<size_t>(index)];
     if (v.kind == ItemValue::Int) return v.i;
     if (v.kind == ItemValue::Str) return ToInt(v.s);
     return 0;
+}
+
+ItemValue& CHostMessageItem::Slot(size_t index) {
+    // Slots past m_count may hold an earlier message's values: the ones now
+    // coming into use are emptied first.
+    if (m_values.size() <= index) m_values.resize(index + 1);
+    for (; m_count <= index; ++m_count) {
+        ItemValue& v = m_values[m_count];
+        v.kind = ItemValue::None;
+        v.i = 0;
+        v.s.clear();
+    }
+    return m_values[index];
+}
+
+std::vector<ItemValue> CHostMessageItem::Values() const {
+    return std::vector<ItemValue>(m_values.begin(), m_values.begin() + static_cast<std::ptrdiff_t>(m_count));
 }
 
 const void* CHostMessageItem::GetRawData(int* len, int /*index*/) {
@@ -70,8 +87,7 @@ const void* CHostMessageItem::GetRawData(int* len, int /*index*/) {
 int CHostMessageItem::SetString(const char* value, int index) {
     m_owner->NoteUse();
     if (index < 0 || index > kMaxItemIndex) return -1;
-    if (m_values.size() <= static_cast<size_t>(index)) m_values.resize(static_cast<size_t>(index) + 1);
-    ItemValue& v = m_values[static_cast<size_t>(index)];
+    ItemValue& v = Slot(static_cast<size_t>(index));
     v.kind = ItemValue::Str;
     v.i = 0;
     v.s = value != nullptr ? value : "";
@@ -81,8 +97,7 @@ int CHostMessageItem::SetString(const char* value, int index) {
 int CHostMessageItem::SetInt(int value, int index) {
     m_owner->NoteUse();
     if (index < 0 || index > kMaxItemIndex) return -1;
-    if (m_values.size() <= static_cast<size_t>(index)) m_values.resize(static_cast<size_t>(index) + 1);
-    ItemValue& v = m_values[static_cast<size_t>(index)];
+    ItemValue& v = Slot(static_cast<size_t>(index));
     v.kind = ItemValue::Int;
     v.i = value;
     v.s.clear();
@@ -101,12 +116,12 @@ int CHostMessageItem::SetRawData(const void* data, int len) {
 
 void CHostMessageItem::SetRaw(const char* p, size_t n) {
     if (n == 0) {
-        m_raw.clear();
         m_rawLen = 0;
         return;
     }
-    // Capacity is kept across messages of the pool, so this rarely allocates.
-    m_raw.resize(n + kRawPad);
+    // The storage is kept across messages of the pool and only grows, so
+    // this rarely allocates and never clears bytes about to be overwritten.
+    if (m_raw.size() < n + kRawPad) m_raw.resize(n + kRawPad);
     memcpy(m_raw.data(), p, n);
     memset(m_raw.data() + n, 0, kRawPad);
     m_rawLen = n;
@@ -114,14 +129,13 @@ void CHostMessageItem::SetRaw(const char* p, size_t n) {
 
 int CHostMessageItem::GetCount() {
     m_owner->NoteUse();
-    return static_cast<int>(m_values.size());
+    return static_cast<int>(m_count);
 }
 
 void CHostMessageItem::Clear() {
-    if (m_values.empty() && m_rawLen == 0) return;
-    m_values.clear();
-    m_raw.clear();
-    m_rawLen = 0;
+    // Value storage is kept for the next message of the pool.
+    m_count = 0;
+    m_rawLen = 0;  // storage kept for the next message
 }
 
 // --- snapshots ---------------------------------------------------------------
@@ -251,10 +265,15 @@ int CHostMessage::Release() {
 }
 
 CHostMessageItem* CHostMessage::Item(int tag) {
-    for (auto& kv : m_items)
-        if (kv.first == tag) return kv.second.get();
+    const bool small = tag >= 0 && tag < kDirectTags;
+    if (small && m_direct[tag] != nullptr) return m_direct[tag];
+    if (!small) {
+        for (auto& kv : m_items)
+            if (kv.first == tag) return kv.second.get();
+    }
     auto* item = new CHostMessageItem(this);
     m_items.emplace_back(tag, std::unique_ptr<CHostMessageItem>(item));
+    if (small) m_direct[tag] = item;
     return item;
 }
 
@@ -291,10 +310,10 @@ void CHostMessage::ClearAll() {
 
 // Index 0 of an item, without counting another use.
 void CHostMessage::SetIntQuiet(CHostMessageItem* item, int value) {
-    if (item->m_values.empty()) item->m_values.resize(1);
-    item->m_values[0].kind = ItemValue::Int;
-    item->m_values[0].i = value;
-    item->m_values[0].s.clear();
+    ItemValue& v = item->Slot(0);
+    v.kind = ItemValue::Int;
+    v.i = value;
+    v.s.clear();
 }
 
 int CHostMessage::Prepare(int packetType, int functionNo) {
@@ -320,6 +339,7 @@ int CHostMessage::SetBuffer(const void* buf, int len) {
     for (auto& kv : s.items) {
         CHostMessageItem* item = Item(kv.first);
         item->m_values = std::move(kv.second.values);
+        item->m_count = item->m_values.size();
         item->SetRaw(kv.second.raw.data(), kv.second.raw.size());
     }
     return 0;

@@ -55,14 +55,17 @@ public:
     int GetCount() override;  // highest set index + 1
 
     void Clear();
-    bool Empty() const { return m_values.empty() && m_rawLen == 0; }
-    const std::vector<ItemValue>& Values() const { return m_values; }
+    bool Empty() const { return m_count == 0 && m_rawLen == 0; }
+    std::vector<ItemValue> Values() const;  // the m_count values in use
     std::vector<char> Raw() const { return std::vector<char>(m_raw.data(), m_raw.data() + m_rawLen); }
 
 private:
     friend class CHostMessage;
     CHostMessage* m_owner;
+    // Storage only grows; the first m_count values are this message's.
     std::vector<ItemValue> m_values;
+    size_t m_count = 0;
+    ItemValue& Slot(size_t index);  // brings index into use
     void SetRaw(const char* p, size_t n);
     // Raw bytes followed by kRawPad zero bytes, so a reader peeking at a
     // short buffer's first bytes (version checks) stays inside the block.
@@ -143,6 +146,9 @@ private:
     // clearing touches only those. Items are never removed (pointers handed
     // out stay valid while the message is pooled).
     std::vector<std::pair<int, std::unique_ptr<CHostMessageItem>>> m_items;
+    // The same items of tags below kDirectTags (every common tag), by tag.
+    static constexpr int kDirectTags = 128;
+    CHostMessageItem* m_direct[kDirectTags] = {};
     std::vector<char> m_encoded;
 };
 

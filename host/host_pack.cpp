@@ -199,7 +199,7 @@ PackedBody MakeBody(int version, const std::vector<std::string>& names,
 
 CHostPacker::CHostPacker(CHostPackSvr* svr, int version) : m_svr(svr), m_version(version == 1 ? 1 : 33) {
     // Room for a typical answer, so packing does not allocate per value.
-    m_buf.reserve(16384);
+    m_buf.resize(kInitialRoom);
 }
 
 int CHostPacker::QueryInterface(const char*, IKnown** out) {
@@ -218,19 +218,21 @@ int CHostPacker::Release() {
 }
 
 int CHostPacker::BeginPack() {
-    m_buf.clear();
-    if (m_buf.capacity() < 16384) m_buf.reserve(16384);
+    if (m_buf.size() < kInitialRoom) m_buf.resize(kInitialRoom);
     const unsigned char head[kHeader] = {'K', 'P', static_cast<unsigned char>(m_version), 0};
-    m_buf.resize(kHeader);
     memcpy(m_buf.data(), head, kHeader);
+    m_len = kHeader;
     m_cols = m_rows = m_cellInRow = 0;
     m_valuesStarted = false;
     return 0;
 }
 
 unsigned char* CHostPacker::Grow(size_t n) {
-    const size_t at = m_buf.size();
-    m_buf.resize(at + n);
+    // m_buf is storage only (its size is the room); m_len bytes are packed.
+    // Growing doubles the room, so bytes are not cleared on every append.
+    const size_t at = m_len;
+    if (m_buf.size() - at < n) m_buf.resize(at + n > 2 * m_buf.size() ? at + n : 2 * m_buf.size());
+    m_len = at + n;
     return m_buf.data() + at;
 }
 
@@ -242,7 +244,7 @@ inline unsigned char* PutU32At(unsigned char* p, uint32_t v) {
 }  // namespace
 
 int CHostPacker::AddField(const char* name, char type, int width, int scale) {
-    if (m_buf.size() < kHeader) BeginPack();
+    if (m_len < kHeader) BeginPack();
     if (m_valuesStarted || name == nullptr) return -1;
     size_t n = strnlen(name, 256);
     if (n == 0 || n > 255 || m_cols >= kMaxColumns) return -1;
@@ -257,10 +259,10 @@ int CHostPacker::AddField(const char* name, char type, int width, int scale) {
 }
 
 bool CHostPacker::BeginValue(char kind) {
-    if (m_buf.size() < kHeader || m_cols == 0) return false;
+    if (m_len < kHeader || m_cols == 0) return false;
     m_valuesStarted = true;
     if (m_cellInRow == 0) ++m_rows;
-    m_buf.push_back(static_cast<unsigned char>(kind));
+    *Grow(1) = static_cast<unsigned char>(kind);
     if (++m_cellInRow == m_cols) m_cellInRow = 0;
     return true;
 }
@@ -287,7 +289,7 @@ int CHostPacker::AddDouble(double value) {
 
 int CHostPacker::AddChar(char value) {
     if (!BeginValue('C')) return -1;
-    m_buf.push_back(static_cast<unsigned char>(value));
+    *Grow(1) = static_cast<unsigned char>(value);
     return 0;
 }
 
@@ -301,16 +303,16 @@ int CHostPacker::PackRaw(const void* data, int len) {
 }
 
 void CHostPacker::PatchCounts() {
-    if (m_buf.size() < kHeader) return;
+    if (m_len < kHeader) return;
     wire::SetU32At(m_buf.data() + 4, m_cols);
     wire::SetU32At(m_buf.data() + 8, m_rows);
 }
 
 int CHostPacker::EndPack() {
-    if (m_buf.size() < kHeader) BeginPack();
+    if (m_len < kHeader) BeginPack();
     // Complete a short last row with empty cells.
     while (m_cellInRow != 0) {
-        m_buf.push_back(0);
+        *Grow(1) = 0;
         if (++m_cellInRow == m_cols) m_cellInRow = 0;
     }
     PatchCounts();
@@ -318,16 +320,17 @@ int CHostPacker::EndPack() {
 }
 
 void* CHostPacker::GetPackBuf() {
-    if (m_buf.size() < kHeader) return nullptr;
+    if (m_len < kHeader) return nullptr;
     PatchCounts();
     return m_buf.data();
 }
 
-int CHostPacker::GetPackLen() { return m_buf.size() < kHeader ? 0 : static_cast<int>(m_buf.size()); }
+int CHostPacker::GetPackLen() { return m_len < kHeader ? 0 : static_cast<int>(m_len); }
 
 void CHostPacker::FreeMem(void* buf) {
-    if (buf == nullptr || m_buf.empty() || buf != static_cast<void*>(m_buf.data())) return;
+    if (buf == nullptr || m_len == 0 || buf != static_cast<void*>(m_buf.data())) return;
     std::vector<unsigned char>().swap(m_buf);
+    m_len = 0;
     m_cols = m_rows = m_cellInRow = 0;
     m_valuesStarted = false;
 }

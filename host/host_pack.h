@@ -100,7 +100,9 @@ private:
     CHostPackSvr* m_svr;
     int m_version;
     std::atomic<int> m_refs{1};
-    std::vector<unsigned char> m_buf;
+    static constexpr size_t kInitialRoom = 16384;
+    std::vector<unsigned char> m_buf;  // storage; the packed bytes are the first m_len
+    size_t m_len = 0;
     uint32_t m_cols = 0;
     uint32_t m_rows = 0;      // rows started
     uint32_t m_cellInRow = 0; // cells of the current row

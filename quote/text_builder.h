@@ -68,6 +68,11 @@ public:
         Put(tmp, static_cast<std::size_t>(FormatFixed6(tmp, v) - tmp));
     }
     void Int(int v) {
+        if (Room() && m_size - m_len > kIntMaxLen) {
+            m_len = static_cast<std::size_t>(FormatInt(m_buf + m_len, v) - m_buf);
+            m_buf[m_len] = '\0';
+            return;
+        }
         char tmp[kIntMaxLen];
         Put(tmp, static_cast<std::size_t>(FormatInt(tmp, v) - tmp));
     }
@@ -75,8 +80,16 @@ public:
     void Field(const char (&field)[N]) {
         Put(field, strnlen(field, N));
     }
-    void Chr(char c) { Put(&c, 1); }
-    void Sep() { Put(TIKRON_SEP, 1); }
+    // One byte with room for it and the terminator: stored directly.
+    void Chr(char c) {
+        if (m_buf != nullptr && !m_truncated && m_size - m_len > 1) {
+            m_buf[m_len++] = c;
+            m_buf[m_len] = '\0';
+            return;
+        }
+        Put(&c, 1);
+    }
+    void Sep() { Chr(TIKRON_SEP[0]); }
 
     // Bytes written, the zero bytes printed by "%c" of 0 included.
     std::size_t Length() const { return m_len; }

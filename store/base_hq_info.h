@@ -28,6 +28,7 @@
 #include "store/snapshot_file.h"
 #include "store/snapshot_mirror.h"
 #include "udp/field_reader.h"
+#include "udp/field_reader_fast.h"
 
 // Key text of a record: the record's first field, viewed as text.
 template <typename T>
@@ -82,7 +83,7 @@ public:
         if (pData == nullptr || pRec == nullptr || iLen < 6) return -2;
         char szLen[6] = {0};
         std::memcpy(szLen, pData + 1, 5);
-        int iDeclared = std::atoi(szLen);
+        int iDeclared = tikron_fields::LengthFieldValue(szLen);
         const char* pText = pData + 6;
         size_t avail = static_cast<size_t>(iLen - 6);
         size_t textLen = strnlen(pText, avail);

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 namespace tikron_fields {
@@ -78,6 +79,18 @@ inline bool TryFastDouble(const char** ppCur, double& out, char delim, bool radi
     out = *p == '-' ? -v : v;
     *ppCur = q + 1;
     return true;
+}
+
+// atoi of the terminated 5-character length field of a datagram header: the
+// common five-digit form directly, anything else through atoi itself.
+inline int LengthFieldValue(const char (&field)[6]) {
+    int v = 0;
+    for (int k = 0; k < 5; ++k) {
+        const unsigned c = static_cast<unsigned>(static_cast<unsigned char>(field[k])) - '0';
+        if (c >= 10) return std::atoi(field);
+        v = v * 10 + static_cast<int>(c);
+    }
+    return v;
 }
 
 }  // namespace tikron_fields

@@ -15,6 +15,12 @@
 
 namespace {
 
+// By value: fields of the packed records must not bind to references.
+template <typename V>
+V Val(V v) {
+    return v;
+}
+
 bool SameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 int Read(const std::string& field, double& out, bool radixIsDot) {
@@ -107,13 +113,13 @@ TEST(FieldReaderRadix, RecordParseEqualsFieldByFieldReads) {
     const char* cur = text.c_str();
     ASSERT_EQ(tikron_store::ReadSingleLegFields(&cur, ex), 0);
     EXPECT_STREQ(ex.contract_code, "IF2412");
-    EXPECT_EQ(ex.futu_open_price, 3855.0);
-    EXPECT_EQ(ex.futu_last_price, -3861.4);
-    EXPECT_EQ(ex.business_balance, 92973211400.0);
-    EXPECT_EQ(ex.square_price, 1e3);
-    EXPECT_EQ(ex.pre_delta, 16.0);
-    EXPECT_EQ(ex.curr_delta, 0.5);
-    EXPECT_EQ(ex.bid_volume3, -7);
+    EXPECT_EQ(Val(ex.futu_open_price), 3855.0);
+    EXPECT_EQ(Val(ex.futu_last_price), -3861.4);
+    EXPECT_EQ(Val(ex.business_balance), 92973211400.0);
+    EXPECT_EQ(Val(ex.square_price), 1e3);
+    EXPECT_EQ(Val(ex.pre_delta), 16.0);
+    EXPECT_EQ(Val(ex.curr_delta), 0.5);
+    EXPECT_EQ(Val(ex.bid_volume3), -7);
     EXPECT_STREQ(ex.futu_exch_type, "F4");
 }
 

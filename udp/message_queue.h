@@ -58,6 +58,17 @@ public:
         return TryPop();
     }
 
+    // Moves every queued item, in order, to the end of out (one lock for the
+    // lot, so a busy consumer and the producer meet on the lock once per
+    // batch, not once per item); waits up to ms milliseconds when the queue
+    // is empty. Returns the number of items moved.
+    size_t PopAll(std::deque<T>& out, long ms) {
+        size_t n = TakeAll(out);
+        if (n != 0 || ms == 0) return n;
+        evt.Wait(ms);
+        return TakeAll(out);
+    }
+
     // Wakes a waiting consumer without an item (used when stopping).
     void Wake() { evt.Notify(); }
 
@@ -69,6 +80,19 @@ public:
     }
 
 private:
+    size_t TakeAll(std::deque<T>& out) {
+        lock.Lock();
+        size_t n = lst.size();
+        if (out.empty()) {
+            lst.swap(out);  // keeps out's old storage for the next batch
+        } else {
+            out.insert(out.end(), lst.begin(), lst.end());
+            lst.clear();
+        }
+        lock.UnLock();
+        return n;
+    }
+
     CEvent evt;
     ManualLock lock;
     std::deque<T> lst;

@@ -1,6 +1,7 @@
 // Datagram intake: the receiver callback queues a copy of each datagram; one
 // consumer thread takes them in arrival order and dispatches by type.
 #include <cstdlib>
+#include <deque>
 #include <cstring>
 
 #include "frame/fatal_check.h"
@@ -26,16 +27,24 @@ int CTIKRONServiceImpl::mf_OnUDPReceive(void* data, int len) {
 void* DoUDPData(void* service) {
     TIKRON_FATAL_CHECK(service != nullptr);
     CTIKRONServiceImpl* svc = static_cast<CTIKRONServiceImpl*>(service);
+    // Takes whatever has queued up in one go and handles it in arrival
+    // order; a stop request is still seen between two datagrams.
+    std::deque<char*> batch;
     while (!svc->m_bStop) {
-        char* item = svc->m_qUDPData.Pop(1000);
-        if (item == nullptr) continue;
-        int len = 0;
-        memcpy(&len, item, sizeof(int));
-        {
-            std::lock_guard<std::mutex> guard(svc->m_udpWork);
-            svc->DoUDPHelper(item + 4, len);
+        if (svc->m_qUDPData.PopAll(batch, 1000) == 0) continue;
+        while (!batch.empty() && !svc->m_bStop) {
+            char* item = batch.front();
+            batch.pop_front();
+            int len = 0;
+            memcpy(&len, item, sizeof(int));
+            {
+                std::lock_guard<std::mutex> guard(svc->m_udpWork);
+                svc->DoUDPHelper(item + 4, len);
+            }
+            free(item);
         }
-        free(item);
     }
+    // Taken but not handled when the stop came: freed, like the queue's rest.
+    for (char* item : batch) free(item);
     return nullptr;
 }

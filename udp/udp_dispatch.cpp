@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "frame/tikron_service.h"
+#include "udp/field_reader_fast.h"
 
 // A type whose switch is off is dropped and counts as handled (0); an
 // unknown type gives -2.
@@ -37,7 +38,7 @@ int CTIKRONServiceImpl::CheckUDPData(void* data, int len) {
     char digits[6] = {0};
     int avail = len - 1 < 0 ? 0 : (len - 1 > 5 ? 5 : len - 1);
     memcpy(digits, text + 1, static_cast<size_t>(avail));
-    int declared = atoi(digits);
+    int declared = tikron_fields::LengthFieldValue(digits);
     size_t textLen = len > 6 ? strnlen(text + 6, static_cast<size_t>(len - 6)) : 0;
     if (declared > 0 && static_cast<size_t>(declared) > textLen) return -2;
     return static_cast<unsigned char>(text[0]);
