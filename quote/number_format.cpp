@@ -16,24 +16,46 @@ const char kPairs[] =
     "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
     "8081828384858687888990919293949596979899";
 
-// Decimal digits of v (no leading zeros, "0" for 0).
+constexpr uint64_t kPow10u[20] = {1ULL,
+                                  10ULL,
+                                  100ULL,
+                                  1000ULL,
+                                  10000ULL,
+                                  100000ULL,
+                                  1000000ULL,
+                                  10000000ULL,
+                                  100000000ULL,
+                                  1000000000ULL,
+                                  10000000000ULL,
+                                  100000000000ULL,
+                                  1000000000000ULL,
+                                  10000000000000ULL,
+                                  100000000000000ULL,
+                                  1000000000000000ULL,
+                                  10000000000000000ULL,
+                                  100000000000000000ULL,
+                                  1000000000000000000ULL,
+                                  10000000000000000000ULL};
+
+// Decimal digits of v (no leading zeros, "0" for 0), written in place from
+// the back once their count is known: exactly that many bytes are touched.
 char* PutUnsigned(char* out, uint64_t v) {
-    char tmp[20];
-    char* p = tmp + sizeof tmp;
+    int n = 1;
+    while (n < 20 && v >= kPow10u[n]) ++n;
+    char* p = out + n;
     while (v >= 100) {
         const unsigned r = static_cast<unsigned>(v % 100);
         v /= 100;
         p -= 2;
-        std::memcpy(p, kPairs + 2 * r, 2);
+        p[0] = kPairs[2 * r];
+        p[1] = kPairs[2 * r + 1];
     }
     if (v >= 10) {
-        p -= 2;
-        std::memcpy(p, kPairs + 2 * v, 2);
+        p[-2] = kPairs[2 * v];
+        p[-1] = kPairs[2 * v + 1];
     } else {
-        *--p = static_cast<char>('0' + v);
+        p[-1] = static_cast<char>('0' + v);
     }
-    const std::size_t n = static_cast<std::size_t>(tmp + sizeof tmp - p);
-    std::memcpy(out, p, n);
     return out + n;
 }
 
@@ -86,6 +108,19 @@ char* FormatFixed6(char* out, double value) {
         return p + 8;
     }
     if (biased == 0) return SlowFixed6(out, value);  // denormal: far below 0.0000005
+    {
+        // Quotes are small decimals: below 2^43 millionths the product
+        // t = |value| * 10^6 is within 2^-10 of the exact one, so when t is
+        // within 1/4 of an integer that integer is the correctly rounded
+        // value (no tie is possible) and printf prints exactly it.
+        const double t = (negative ? -value : value) * 1e6;
+        if (t < 0x1p43) {
+            const uint64_t whole = static_cast<uint64_t>(t);  // t >= 0: truncation
+            const double frac = t - static_cast<double>(whole);  // exact
+            if (frac <= 0.25) return PutMillionths(p, whole);
+            if (frac >= 0.75) return PutMillionths(p, whole + 1);
+        }
+    }
     mant |= uint64_t{1} << 52;
     const int exp2 = biased - 1075;  // |value| = mant * 2^exp2
     if (exp2 >= 0) {
