@@ -6,7 +6,6 @@
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -111,19 +110,6 @@ TEST(Log, ConvertsGbkCapturesAndWritesTheFile) {
     all << f.rdbuf();
     EXPECT_NE(std::string::npos, all.str().find(u8"[CTIKRONServiceImpl::OnStart] 15006 加入合约: %s!\n"));
     std::remove(path.c_str());
-}
-
-TEST(Log, WaitForSeesLinesFromOtherThreadsAndTimesOut) {
-    CHostLog log;
-    EXPECT_FALSE(log.WaitFor("later", 20));
-    std::thread t([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        log.AddLog("T", 0, "later line");
-    });
-    EXPECT_TRUE(log.WaitFor("later", 3000));
-    t.join();
-    log.Clear();
-    EXPECT_EQ(0u, log.Count());
 }
 
 }  // namespace
