@@ -298,8 +298,17 @@ int main(int argc, char** argv) {
     double plainPaced = MaxLossFree(plain, seconds, ceiling);
     double pluginPaced = MaxLossFree(plugin, seconds, ceiling);
     const long drainN = 20000;
-    double plainDrain = DrainRate(plain, drainN);
-    double pluginDrain = DrainRate(plugin, drainN);
+    // Interleaved repeats, best of each: a shared machine's other load
+    // slows single runs unevenly; both receivers get the same treatment.
+    const int kDrainRuns = 3;
+    double plainDrain = 0, pluginDrain = 0;
+    for (int i = 0; i < kDrainRuns; ++i) {
+        double a = DrainRate(plain, drainN);
+        double b = DrainRate(plugin, drainN);
+        printf("drain run %d: plain %.0f/s, plug-in %.0f/s\n", i + 1, a, b);
+        if (a > plainDrain) plainDrain = a;
+        if (b > pluginDrain) pluginDrain = b;
+    }
 
     printf("%-28s %14s %14s %8s\n", "", "plain recvmmsg", "plug-in path", "ratio");
     printf("%-28s %14.0f %14.0f %7.1f%%\n", "loss-free paced rate (/s)", plainPaced, pluginPaced,
@@ -310,8 +319,8 @@ int main(int argc, char** argv) {
            "fully processed (received by the library's receiver, queued, framed, parsed into the extended\n"
            "and legacy tables with their snapshot files, 33100 text built, issue types 33100, 22 and 16\n"
            "delivered to the neighbour). Drain: %ld datagrams sent into the socket buffer before the\n"
-           "receiver starts; time from starting it until the last one is counted.\n",
-           drainN);
+           "receiver starts; time from starting it until the last one is counted; best of %d runs each.\n",
+           drainN, kDrainRuns);
     printf("goals: paced >= 50%%, drain >= 25%% of the plain receiver\n");
     return 0;
 }

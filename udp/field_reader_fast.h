@@ -55,9 +55,10 @@ inline bool TryFastDouble(const char** ppCur, double& out, char delim, bool radi
     const char* start = q;
     uint64_t m = 0;
     unsigned c;
-    // At most 20 digits are taken (unsigned arithmetic, wraps harmlessly);
-    // more than 19 is refused below.
-    while ((c = static_cast<unsigned>(static_cast<unsigned char>(*q)) - '0') < 10 && q - start < 20) {
+    // The digit run ends at the latest at the terminator. Unsigned
+    // arithmetic wraps harmlessly on a long run, which is refused below
+    // (more than 19 digits) before m is used.
+    while ((c = static_cast<unsigned>(static_cast<unsigned char>(*q)) - '0') < 10) {
         m = m * 10 + c;
         ++q;
     }
@@ -67,7 +68,7 @@ inline bool TryFastDouble(const char** ppCur, double& out, char delim, bool radi
     if (*q == '.') {
         if (!radixIsDot) return false;
         const char* fracStart = ++q;
-        while ((c = static_cast<unsigned>(static_cast<unsigned char>(*q)) - '0') < 10 && q - start < 21) {
+        while ((c = static_cast<unsigned>(static_cast<unsigned char>(*q)) - '0') < 10) {
             m = m * 10 + c;
             ++q;
         }
