@@ -265,15 +265,10 @@ int CHostMessage::Release() {
 }
 
 CHostMessageItem* CHostMessage::Item(int tag) {
-    const bool small = tag >= 0 && tag < kDirectTags;
-    if (small && m_direct[tag] != nullptr) return m_direct[tag];
-    if (!small) {
-        for (auto& kv : m_items)
-            if (kv.first == tag) return kv.second.get();
-    }
+    for (auto& kv : m_items)
+        if (kv.first == tag) return kv.second.get();
     auto* item = new CHostMessageItem(this);
     m_items.emplace_back(tag, std::unique_ptr<CHostMessageItem>(item));
-    if (small) m_direct[tag] = item;
     return item;
 }
 

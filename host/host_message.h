@@ -146,9 +146,6 @@ private:
     // clearing touches only those. Items are never removed (pointers handed
     // out stay valid while the message is pooled).
     std::vector<std::pair<int, std::unique_ptr<CHostMessageItem>>> m_items;
-    // The same items of tags below kDirectTags (every common tag), by tag.
-    static constexpr int kDirectTags = 128;
-    CHostMessageItem* m_direct[kDirectTags] = {};
     std::vector<char> m_encoded;
 };
 
