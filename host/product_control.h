@@ -14,7 +14,7 @@ namespace product {
 
 class ControlServer {
 public:
-    using Handler = std::function<nlohmann::json(const nlohmann::json&)>;
+    using Handler = std::function<nlohmann::ordered_json(const nlohmann::ordered_json&)>;
     explicit ControlServer(Handler handler) : m_handler(std::move(handler)) {}
     ~ControlServer() { Stop(); }
     ControlServer(const ControlServer&) = delete;
@@ -44,7 +44,7 @@ private:
 // Client side, used by tikron-ctl and the tests: one request, one answer.
 // Returns false with a reason when the host cannot be reached or answers
 // nothing within timeoutMs.
-bool ControlRequest(const std::string& path, const nlohmann::json& request, nlohmann::json* answer,
+bool ControlRequest(const std::string& path, const nlohmann::ordered_json& request, nlohmann::ordered_json* answer,
                     std::string* error, int timeoutMs = 10000);
 
 }  // namespace product

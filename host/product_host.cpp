@@ -10,7 +10,7 @@
 
 namespace product {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 namespace {
 

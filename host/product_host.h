@@ -45,15 +45,15 @@ public:
     const std::string& Error() const { return m_error; }
 
     // One control request; always returns an object with "ok".
-    nlohmann::json Handle(const nlohmann::json& request);
+    nlohmann::ordered_json Handle(const nlohmann::ordered_json& request);
 
     uint64_t LinesWritten() const { return m_lines.load(); }
 
 private:
-    nlohmann::json Query(const nlohmann::json& req);
-    nlohmann::json Manage(int functionId);
-    nlohmann::json Publish(const nlohmann::json& req);
-    nlohmann::json Stats();
+    nlohmann::ordered_json Query(const nlohmann::ordered_json& req);
+    nlohmann::ordered_json Manage(int functionId);
+    nlohmann::ordered_json Publish(const nlohmann::ordered_json& req);
+    nlohmann::ordered_json Stats();
     void OnCenterMessage(const hostemu::MessageSnapshot& msg);
     void WriteLine(const hostemu::MessageSnapshot& msg);
     void HeartbeatLoop(int periodMs);

@@ -7,7 +7,7 @@
 
 namespace product {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 std::string ToHex(const void* data, size_t len) {
     static const char digits[] = "0123456789abcdef";

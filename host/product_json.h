@@ -16,18 +16,18 @@ namespace product {
 // Strings are converted from GBK to UTF-8 (invalid bytes become '?'), raw
 // cells become lowercase hex strings, ints and doubles stay numbers, chars
 // become one-character strings, missing cells null.
-nlohmann::json PackedToJson(const hostemu::PackedBody& body);
+nlohmann::ordered_json PackedToJson(const hostemu::PackedBody& body);
 
 // A raw item as JSON: null when absent, the decoded body when it unpacks,
 // otherwise {"undecodable":"<hex>"}.
-nlohmann::json RawItemToJson(const std::vector<char>& raw);
+nlohmann::ordered_json RawItemToJson(const std::vector<char>& raw);
 
 // One publication line: function, packet_type, issue_type, packet_id, key
 // (item 54), body (item 8).
-nlohmann::json MessageToJson(const hostemu::MessageSnapshot& msg);
+nlohmann::ordered_json MessageToJson(const hostemu::MessageSnapshot& msg);
 
 // The line as written: compact, invalid UTF-8 replaced, no trailing newline.
-std::string DumpLine(const nlohmann::json& j);
+std::string DumpLine(const nlohmann::ordered_json& j);
 
 std::string ToHex(const void* data, size_t len);
 // Lowercase or uppercase hex, even length; false on anything else.
@@ -37,7 +37,7 @@ bool FromHex(const std::string& hex, std::string* out);
 // "rows":[[...]]}. Integers are added as ints, other numbers as doubles,
 // strings as strings (UTF-8 converted to GBK), {"hex":"..."} as raw bytes,
 // null leaves the rest of the row empty. False with a reason on bad input.
-bool JsonToPacked(const nlohmann::json& j, int version, hostemu::PackedBody* out, std::string* error);
+bool JsonToPacked(const nlohmann::ordered_json& j, int version, hostemu::PackedBody* out, std::string* error);
 
 // UTF-8 to GBK for texts going into the plug-in; unconvertible characters
 // become '?'.

@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "tikron-host: %s\n", host.Error().c_str());
         return 1;
     }
-    product::ControlServer server([&host](const nlohmann::json& r) { return host.Handle(r); });
+    product::ControlServer server([&host](const nlohmann::ordered_json& r) { return host.Handle(r); });
     if (!control.empty() && server.Start(control) != 0) {
         fprintf(stderr, "tikron-host: control socket: %s\n", server.Error().c_str());
         host.Stop();

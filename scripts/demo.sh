@@ -43,6 +43,9 @@ sleep 1
 echo "=== publications: $(grep -c '"function":620003' "$pubs") quote messages, $(grep -c '"function":620031' "$pubs") report messages; the first three quotes:"
 grep '"function":620003' "$pubs" | head -n 3
 
+echo "=== option and STP pushes (issue types 33400-33404), cut to 300 characters:"
+grep -E '"issue_type":334(00|01|02|03|04)[,}]' "$pubs" | LC_ALL=C.UTF-8 sed -E 's/^(.{0,300}).*/\1 .../' || true
+
 echo "=== tikron-ctl mgr 0 (management functions)"
 "$bin/tikron-ctl" --control "$sock" mgr 0
 echo "=== tikron-ctl mgr 4 (exchange status)"

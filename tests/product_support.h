@@ -25,7 +25,7 @@
 
 namespace ptest {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 using Clock = std::chrono::steady_clock;
 
 inline std::string Bin(const std::string& name) { return std::string(TIKRON_BINARY_DIR) + "/" + name; }

@@ -9,7 +9,7 @@
 #include "host/product_control.h"
 #include "tools/ctl/table_print.h"
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 namespace ctl {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 namespace {
 

@@ -14,11 +14,11 @@ size_t DisplayWidth(const std::string& utf8);
 
 // Text of one cell: strings as they are, numbers as JSON prints them
 // (doubles without trailing zeros), null as empty.
-std::string CellText(const nlohmann::json& v);
+std::string CellText(const nlohmann::ordered_json& v);
 
 // {"columns":[{"name":..}...],"rows":[[...]]} as a header line, a rule and
 // one line per row; columns separated by two spaces, padded to the widest
 // cell. Output ends with a newline; an empty table prints "(no rows)".
-std::string FormatTable(const nlohmann::json& table);
+std::string FormatTable(const nlohmann::ordered_json& table);
 
 }  // namespace ctl

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 
 TEST(TablePrint, DisplayWidthCountsWideCharactersTwice) {
     EXPECT_EQ(0u, ctl::DisplayWidth(""));
