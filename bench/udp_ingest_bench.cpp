@@ -202,7 +202,10 @@ public:
 
 private:
     std::string m_dir;
-    hostemu::CHostMessageFactory m_factory;
+    // The released-message quarantine is a test aid (use-after-release
+    // detection); this benchmark plays a production host, which reuses
+    // messages at once, so it keeps only a small pool.
+    hostemu::CHostMessageFactory m_factory{64};
     hostemu::CHostPackSvr m_pack;
     hostemu::CHostNeighbour m_center{"mc"};
     CTIKRONServiceImpl* m_svc;

@@ -35,9 +35,14 @@ int CHostNeighbour::PostMsg(IESBMessage* msg, IMessageService*) {
     }
     if (mode == CountOnly) {
         msg->Release();
-        std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_count;
-        m_cond.notify_all();
+        // Sequentially consistent add, then the waiter check: a waiter
+        // registers before testing the count, so either it sees this message
+        // or this thread sees it waiting and wakes it under the lock.
+        m_count.fetch_add(1);
+        if (m_waiters.load() != 0) {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_cond.notify_all();
+        }
         return 0;
     }
     // Messages come from the emulator's factory; decode through the public
@@ -73,15 +78,18 @@ std::vector<MessageSnapshot> CHostNeighbour::MessagesOf(int functionNo, int pack
     return out;
 }
 
-size_t CHostNeighbour::Count() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_count;
-}
+size_t CHostNeighbour::Count() const { return m_count.load(); }
 
 bool CHostNeighbour::WaitForCount(size_t n, int timeoutMs) const {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cond.wait_for(lock, std::chrono::milliseconds(timeoutMs < 0 ? 0 : timeoutMs),
-                           [&] { return m_count >= n; });
+    m_waiters.fetch_add(1);
+    bool ok;
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        ok = m_cond.wait_for(lock, std::chrono::milliseconds(timeoutMs < 0 ? 0 : timeoutMs),
+                             [&] { return m_count.load() >= n; });
+    }
+    m_waiters.fetch_sub(1);
+    return ok;
 }
 
 bool CHostNeighbour::WaitFor(const std::function<bool(const MessageSnapshot&)>& pred, int timeoutMs,
@@ -102,7 +110,7 @@ bool CHostNeighbour::WaitFor(const std::function<bool(const MessageSnapshot&)>& 
 void CHostNeighbour::Clear() {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_msgs.clear();
-    m_count = 0;
+    m_count.store(0);
 }
 
 }  // namespace hostemu

@@ -60,7 +60,11 @@ private:
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_cond;
     std::vector<MessageSnapshot> m_msgs;
-    size_t m_count = 0;
+    // Messages taken. Recording raises it under m_mutex; counting raises it
+    // without the lock and takes the lock to notify only while someone waits
+    // (m_waiters), so the counting path costs one atomic add per message.
+    std::atomic<size_t> m_count{0};
+    mutable std::atomic<int> m_waiters{0};
     std::atomic<size_t> m_refused{0};
     std::function<void(const MessageSnapshot&)> m_handler;
 };

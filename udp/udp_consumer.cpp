@@ -1,8 +1,11 @@
 // Datagram intake: the receiver callback queues a copy of each datagram; one
 // consumer thread takes them in arrival order and dispatches by type.
+#include <pthread.h>
+
 #include <cstdlib>
-#include <deque>
 #include <cstring>
+#include <deque>
+#include <vector>
 
 #include "frame/fatal_check.h"
 #include "frame/tikron_service.h"
@@ -12,10 +15,80 @@ int CTIKRONServiceImpl::OnUDPReceive(void* owner, void* data, int len) {
     return static_cast<CTIKRONServiceImpl*>(owner)->mf_OnUDPReceive(data, len);
 }
 
+namespace {
+
+// Blocks of the common size go back from the consumer to the receiver instead
+// of being freed on one thread and allocated on the other for every datagram.
+// Every block is still a malloc block, so code freeing a queued block with
+// free() (the queue's rest at shutdown) stays right. One pool for all services
+// of the process: plain data with constant initialisation and no destructor,
+// so a thread still running at exit finds it intact; the reaper below frees
+// what it holds when the library is unloaded or the process ends.
+struct BlockPool {
+    // Holds the 4-byte length, a datagram of up to 1019 bytes and the NUL:
+    // every quote datagram; longer ones get a block of their own size.
+    static constexpr size_t kBlockBytes = 1024;
+    static constexpr size_t kKeep = 2048;  // blocks held at most (2 MiB)
+
+    pthread_mutex_t mutex;
+    size_t count;
+    char* blocks[kKeep];
+};
+BlockPool g_pool = {PTHREAD_MUTEX_INITIALIZER, 0, {}};
+
+struct BlockPoolReaper {
+    ~BlockPoolReaper() {
+        pthread_mutex_lock(&g_pool.mutex);
+        for (size_t i = 0; i < g_pool.count; ++i) free(g_pool.blocks[i]);
+        g_pool.count = 0;
+        pthread_mutex_unlock(&g_pool.mutex);
+    }
+};
+BlockPoolReaper g_poolReaper;
+
+bool FitsPool(size_t bytes) { return bytes <= BlockPool::kBlockBytes; }
+
+// A block of at least `bytes` bytes, or null when memory is out.
+char* TakeBlock(size_t bytes) {
+    if (!FitsPool(bytes)) return static_cast<char*>(malloc(bytes));
+    char* block = nullptr;
+    pthread_mutex_lock(&g_pool.mutex);
+    if (g_pool.count != 0) block = g_pool.blocks[--g_pool.count];
+    pthread_mutex_unlock(&g_pool.mutex);
+    return block != nullptr ? block : static_cast<char*>(malloc(BlockPool::kBlockBytes));
+}
+
+// Takes back blocks of kBlockBytes (one lock for the lot); what exceeds
+// kKeep is freed.
+void GiveBackBlocks(std::vector<char*>& blocks) {
+    if (blocks.empty()) return;
+    size_t kept = 0;
+    pthread_mutex_lock(&g_pool.mutex);
+    while (kept < blocks.size() && g_pool.count < BlockPool::kKeep) g_pool.blocks[g_pool.count++] = blocks[kept++];
+    pthread_mutex_unlock(&g_pool.mutex);
+    for (size_t i = kept; i < blocks.size(); ++i) free(blocks[i]);
+    blocks.clear();
+}
+
+// Frees a handled block or collects it for the recycler (given back in
+// groups, one lock per group).
+void Retire(char* item, int len, std::vector<char*>& spare) {
+    if (!FitsPool(static_cast<size_t>(len) + 5)) {
+        free(item);
+        return;
+    }
+    spare.push_back(item);
+    if (spare.size() >= 32) GiveBackBlocks(spare);
+}
+
+}  // namespace
+
 // Queued block: int length, the datagram bytes, one NUL.
 int CTIKRONServiceImpl::mf_OnUDPReceive(void* data, int len) {
     if (data == nullptr || len <= 0) return -1;
-    char* block = static_cast<char*>(malloc(static_cast<size_t>(len) + 5));
+    // Rejects lengths whose block size would overflow int arithmetic.
+    if (len > 0x7fffffff - 5) return -1;
+    char* block = TakeBlock(static_cast<size_t>(len) + 5);
     if (block == nullptr) return -1;
     memcpy(block, &len, sizeof(int));
     memcpy(block + 4, data, static_cast<size_t>(len));
@@ -30,6 +103,8 @@ void* DoUDPData(void* service) {
     // Takes whatever has queued up in one go and handles it in arrival
     // order; a stop request is still seen between two datagrams.
     std::deque<char*> batch;
+    std::vector<char*> spare;
+    spare.reserve(32);
     while (!svc->m_bStop) {
         if (svc->m_qUDPData.PopAll(batch, 1000) == 0) continue;
         while (!batch.empty() && !svc->m_bStop) {
@@ -41,9 +116,12 @@ void* DoUDPData(void* service) {
                 std::lock_guard<std::mutex> guard(svc->m_udpWork);
                 svc->DoUDPHelper(item + 4, len);
             }
-            free(item);
+            Retire(item, len, spare);
         }
+        // Blocks held back while idle would starve the receiver.
+        GiveBackBlocks(spare);
     }
+    GiveBackBlocks(spare);
     // Taken but not handled when the stop came: freed, like the queue's rest.
     for (char* item : batch) free(item);
     return nullptr;
