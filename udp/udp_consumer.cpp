@@ -25,10 +25,10 @@ namespace {
 // so a thread still running at exit finds it intact; the reaper below frees
 // what it holds when the library is unloaded or the process ends.
 struct BlockPool {
-    // Holds the 4-byte length, a datagram of up to 1019 bytes and the NUL:
-    // every quote datagram; longer ones get a block of their own size.
-    static constexpr size_t kBlockBytes = 1024;
-    static constexpr size_t kKeep = 2048;  // blocks held at most (2 MiB)
+    // Holds the 4-byte length, a datagram of up to 507 bytes and the NUL:
+    // single-leg quote datagrams; longer ones get a block of their own size.
+    static constexpr size_t kBlockBytes = 512;
+    static constexpr size_t kKeep = 2048;  // blocks held at most (1 MiB)
 
     pthread_mutex_t mutex;
     size_t count;
