@@ -42,57 +42,29 @@ bool ArgIntField(int n) { return n == 6 || n == 7 || n == 9 || n == 10; }
 double DblOf(int n, int g) { return n + 0.5 + 1000.0 * g; }
 int IntOf(int n, int g) { return 100 + n + 1000 * g; }
 
+// The 45 captioned single-leg fields in caption order (19 is the exchange).
+#define SINGLE_LEG_FIELDS(X)                                                                                  \
+    X(1, pre_square_price) X(2, futu_open_price) X(3, futu_last_price) X(4, buy_high_price)                   \
+    X(5, buy_high_amount) X(6, buy_total_amount) X(7, sale_low_price) X(8, sale_low_amount)                   \
+    X(9, sale_total_amount) X(10, futu_high_price) X(11, futu_low_price) X(12, average_price)                 \
+    X(13, change_direction) X(14, business_amount) X(15, bear_amount) X(16, business_balance)                 \
+    X(17, uplimited_price) X(18, downlimited_price) X(20, form_buy_price) X(21, form_sale_price)              \
+    X(22, form_buy_amount) X(23, form_sale_amount) X(24, pre_close_price) X(25, pre_open_interest)            \
+    X(26, futu_close_price) X(27, square_price) X(28, pre_delta) X(29, curr_delta) X(30, bid_price2)          \
+    X(31, bid_volume2) X(32, bid_price3) X(33, bid_volume3) X(34, bid_price4) X(35, bid_volume4)              \
+    X(36, bid_price5) X(37, bid_volume5) X(38, ask_price2) X(39, ask_volume2) X(40, ask_price3)               \
+    X(41, ask_volume3) X(42, ask_price4) X(43, ask_volume4) X(44, ask_price5) X(45, ask_volume5)
+
 // Every field set by name to its caption's number, so a dump column showing
 // another field than its caption names is caught.
 template <typename R>
 void FillSingleLeg(R& r, const char* code, size_t codeLen, int g) {
     memset(&r, 0, sizeof r);
     memcpy(r.contract_code, code, std::min(codeLen, sizeof r.contract_code));
-    r.pre_square_price = DblOf(1, g);
-    r.futu_open_price = DblOf(2, g);
-    r.futu_last_price = DblOf(3, g);
-    r.buy_high_price = DblOf(4, g);
-    r.buy_high_amount = IntOf(5, g);
-    r.buy_total_amount = IntOf(6, g);
-    r.sale_low_price = DblOf(7, g);
-    r.sale_low_amount = IntOf(8, g);
-    r.sale_total_amount = IntOf(9, g);
-    r.futu_high_price = DblOf(10, g);
-    r.futu_low_price = DblOf(11, g);
-    r.average_price = DblOf(12, g);
-    r.change_direction = DblOf(13, g);
-    r.business_amount = IntOf(14, g);
-    r.bear_amount = IntOf(15, g);
-    r.business_balance = DblOf(16, g);
-    r.uplimited_price = DblOf(17, g);
-    r.downlimited_price = DblOf(18, g);
     memcpy(r.futu_exch_type, "F1", 3);
-    r.form_buy_price = DblOf(20, g);
-    r.form_sale_price = DblOf(21, g);
-    r.form_buy_amount = IntOf(22, g);
-    r.form_sale_amount = IntOf(23, g);
-    r.pre_close_price = DblOf(24, g);
-    r.pre_open_interest = DblOf(25, g);
-    r.futu_close_price = DblOf(26, g);
-    r.square_price = DblOf(27, g);
-    r.pre_delta = DblOf(28, g);
-    r.curr_delta = DblOf(29, g);
-    r.bid_price2 = DblOf(30, g);
-    r.bid_volume2 = IntOf(31, g);
-    r.bid_price3 = DblOf(32, g);
-    r.bid_volume3 = IntOf(33, g);
-    r.bid_price4 = DblOf(34, g);
-    r.bid_volume4 = IntOf(35, g);
-    r.bid_price5 = DblOf(36, g);
-    r.bid_volume5 = IntOf(37, g);
-    r.ask_price2 = DblOf(38, g);
-    r.ask_volume2 = IntOf(39, g);
-    r.ask_price3 = DblOf(40, g);
-    r.ask_volume3 = IntOf(41, g);
-    r.ask_price4 = DblOf(42, g);
-    r.ask_volume4 = IntOf(43, g);
-    r.ask_price5 = DblOf(44, g);
-    r.ask_volume5 = IntOf(45, g);
+#define SET_FIELD(n, f) r.f = static_cast<decltype(r.f)>(SingleLegIntField(n) ? IntOf(n, g) : DblOf(n, g));
+    SINGLE_LEG_FIELDS(SET_FIELD)
+#undef SET_FIELD
 }
 
 tagArgHQInfo ArgRecord(const char* code, int g) {
@@ -103,16 +75,11 @@ tagArgHQInfo ArgRecord(const char* code, int g) {
     memcpy(r.first_code, "a2501", 6);
     memcpy(r.second_code, "a2505", 6);
     r.arbi_type = '1';
-    r.buy_price = DblOf(5, g);
-    r.buy_amount = IntOf(6, g);
-    r.buy_total_amount = IntOf(7, g);
-    r.sale_price = DblOf(8, g);
-    r.sale_amount = IntOf(9, g);
-    r.sale_total_amount = IntOf(10, g);
-    r.futu_high_price = DblOf(11, g);
-    r.futu_low_price = DblOf(12, g);
-    r.uplimited_price = DblOf(13, g);
-    r.downlimited_price = DblOf(14, g);
+#define SET_FIELD(n, f) r.f = static_cast<decltype(r.f)>(ArgIntField(n) ? IntOf(n, g) : DblOf(n, g));
+    SET_FIELD(5, buy_price) SET_FIELD(6, buy_amount) SET_FIELD(7, buy_total_amount) SET_FIELD(8, sale_price)
+    SET_FIELD(9, sale_amount) SET_FIELD(10, sale_total_amount) SET_FIELD(11, futu_high_price)
+    SET_FIELD(12, futu_low_price) SET_FIELD(13, uplimited_price) SET_FIELD(14, downlimited_price)
+#undef SET_FIELD
     return r;
 }
 
@@ -527,35 +494,16 @@ TEST_F(InProcess, DumpsWhileWorkersAndDatagramsUpdateTheTables) {
             snprintf(code, sizeof code, "W%02d", slot % kCodes);
             IESBMessage* m = factory_.NewMessage();
             m->Prepare(0, kTestStoreFunction);
-            switch (i % 4) {
-                case 0: {
-                    tagHQInfo r;
-                    FillSingleLeg(r, code, strlen(code), g);
-                    m->GetItem(TAG_ISSUE_TYPE)->SetInt(16, 0);
-                    m->GetItem(TAG_KEY_INFO)->SetRawData(&r, sizeof r);
-                    break;
-                }
-                case 1: {
-                    tagHQInfo_EX r;
-                    FillSingleLeg(r, code, strlen(code), g);
-                    m->GetItem(TAG_ISSUE_TYPE)->SetInt(22, 0);
-                    m->GetItem(TAG_KEY_INFO)->SetRawData(&r, sizeof r);
-                    break;
-                }
-                case 2: {
-                    tagArgHQInfo r = ArgRecord(code, g);
-                    m->GetItem(TAG_ISSUE_TYPE)->SetInt(18, 0);
-                    m->GetItem(TAG_KEY_INFO)->SetRawData(&r, sizeof r);
-                    break;
-                }
-                default: {
-                    snprintf(code, sizeof code, "E%d", slot % 9);
-                    tagEXCHSTATUS r = ExchRecord(code, g);
-                    m->GetItem(TAG_ISSUE_TYPE)->SetInt(24, 0);
-                    m->GetItem(TAG_KEY_INFO)->SetRawData(&r, sizeof r);
-                    break;
-                }
-            }
+            auto put = [m](int issue, const auto& r) {
+                m->GetItem(TAG_ISSUE_TYPE)->SetInt(issue, 0);
+                m->GetItem(TAG_KEY_INFO)->SetRawData(&r, sizeof r);
+            };
+            tagHQInfo hq;
+            tagHQInfo_EX ex;
+            if (i % 4 == 0) FillSingleLeg(hq, code, strlen(code), g), put(16, hq);
+            if (i % 4 == 1) FillSingleLeg(ex, code, strlen(code), g), put(22, ex);
+            if (i % 4 == 2) put(18, ArgRecord(code, g));
+            if (i % 4 == 3) snprintf(code, sizeof code, "E%d", slot % 9), put(24, ExchRecord(code, g));
             if (svc_->PostMsg(m, &center_) != 0) m->Release();
             for (int spin = 0; spin < 200 && q->GetMsgCount() > 200; ++spin)
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
