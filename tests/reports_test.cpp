@@ -30,6 +30,13 @@ namespace {
 
 const std::string S1 = "\x01";
 
+// Fields joined with the report text separator.
+std::string Join(std::initializer_list<std::string> fields) {
+    std::string out;
+    for (const auto& f : fields) out += &f == fields.begin() ? f : S1 + f;
+    return out;
+}
+
 // Runs each test in a fresh directory (snapshot files, trade-report log).
 struct InTempDir : testing::Test {
     frametest::TempWorkDir dir;
@@ -103,11 +110,7 @@ std::string QH(const MessageSnapshot& m, PackCell* ly = nullptr) {
 
 template <typename T>
 void ExpectSameRecord(const T& want, const T& got) {
-    EXPECT_EQ(0, std::memcmp(&want, &got, sizeof(T)));
-    EXPECT_EQ(want.entrust_no, got.entrust_no);
-    EXPECT_STREQ(want.contract_code, got.contract_code);
-    EXPECT_EQ(want.entrust_status, got.entrust_status);
-    EXPECT_EQ(want.fund_account, got.fund_account);
+    EXPECT_EQ(0, std::memcmp(&want, &got, sizeof(T))) << want.contract_code << " status " << got.entrust_status;
 }
 
 std::vector<MessageSnapshot> Reports(hostemu::HostEmulator& h, int function = 620031) {
@@ -187,59 +190,46 @@ tagCJ LegacyOf(tagCJ_EX e) {
 }
 
 std::string DealText(const std::string& contract, const std::string& status) {
-    return "101" + S1 + "FA01" + S1 + "F1" + S1 + "B0001" + S1 + contract + S1 + "1" + S1 + "4" + S1 +
-           "71230.500000" + S1 + "3.000000" + S1 + "0" + S1 + "123" + S1 + "R77" + S1 + "S12" + S1 +
-           "op1" + S1 + "2" + S1 + "12" + S1 + "6" + S1 + "1" + S1 + "71240.250000" + S1 + status +
-           S1 + "8" + S1 + "9" + S1 + "0" + S1 + "5" + S1 + "0" + S1 + "20240305" + S1 + "93015" + S1 +
-           "C99" + S1 + "occ" + S1 + "1.500000" + S1 + "1" + S1 + "SPD1" + S1 + "ref1" + S1 + "pos9" +
-           S1 + "4" + S1 + "0.000000" + S1 + "0.000000" + S1 + "0.000000" + S1 + "0.000000" + S1 +
-           "0.000000" + S1 + "0.000000" + S1 + "10.250000" + S1 + "-2.000000";
+    return Join({"101", "FA01", "F1", "B0001", contract, "1", "4", "71230.500000", "3.000000", "0", "123", "R77",
+                 "S12", "op1", "2", "12", "6", "1", "71240.250000", status, "8", "9", "0", "5", "0", "20240305",
+                 "93015", "C99", "occ", "1.500000", "1", "SPD1", "ref1", "pos9", "4", "0.000000", "0.000000",
+                 "0.000000", "0.000000", "0.000000", "0.000000", "10.250000", "-2.000000"});
 }
 
 }  // namespace
 
-// A deal from the message center: three messages in order, with the '5'->'7'
-// rule, the catch-all rules for words and the overriding total amount.
-TEST_F(InTempDir, CenterDealPublishesAllThreeForms) {
-    auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" sysversion=\"0\"");
-    const std::string code = "cu2405P70";  // 9 characters: legacy form too
-    ASSERT_EQ(0, h->PostFromCenter(DealRow(code, "5")));
-    ASSERT_TRUE(WaitReports(*h, 3));
-    Settle();
-    auto msgs = Reports(*h);
-    ASSERT_EQ(3u, msgs.size());
-    EXPECT_EQ(23, msgs[0].IssueType());
-    EXPECT_EQ(33101, msgs[1].IssueType());
-    EXPECT_EQ(17, msgs[2].IssueType());
-
-    ExpectKey(msgs[0], 8, "123", true);
-    ExpectKey(msgs[1], 8, "123", false);
-    ExpectKey(msgs[2], 8, "123", true);
-    const tagCJ_EX want = ExpectedDeal(code, '7');
-    ExpectSameRecord(want, RecordOf<tagCJ_EX>(msgs[0], "B"));
-    ExpectSameRecord(LegacyOf(want), RecordOf<tagCJ>(msgs[2], "B"));
-
-    PackCell ly;
-    EXPECT_EQ(DealText(code, "7"), QH(msgs[1], &ly));
-    EXPECT_EQ(PackCell('B'), ly);  // a character on this path
-    h->Shutdown();
-}
-
-// sysversion 1 translates first ('5' -> '0', which the deal rule leaves);
-// a 10-character contract code skips the legacy record.
-TEST_F(InTempDir, CenterDealTranslatedStatusAndLongCode) {
-    auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" sysversion=\"1\"");
-    const std::string code = "cu2405P700";
-    ASSERT_EQ(0, h->PostFromCenter(DealRow(code, "5")));
-    ASSERT_TRUE(WaitReports(*h, 2));
-    Settle();
-    auto msgs = Reports(*h);
-    ASSERT_EQ(2u, msgs.size());
-    EXPECT_EQ(23, msgs[0].IssueType());
-    EXPECT_EQ(33101, msgs[1].IssueType());
-    ExpectSameRecord(ExpectedDeal(code, '0'), RecordOf<tagCJ_EX>(msgs[0], "B"));
-    EXPECT_EQ(DealText(code, "0"), QH(msgs[1]));
-    h->Shutdown();
+// A deal from the message center: with sysversion 0 the '5'->'7' rule, a
+// 9-character code and all three forms; with sysversion 1 the translation
+// comes first ('5' -> '0', which the deal rule leaves) and a 10-character
+// code skips the legacy record. Catch-all words and the overriding total
+// amount are in the expected record.
+TEST_F(InTempDir, CenterDealForms) {
+    struct Case {
+        const char* sysVersion;
+        std::string code;
+        char status;
+        bool legacy;
+    };
+    for (const Case& c : {Case{"0", "cu2405P70", '7', true}, Case{"1", "cu2405P700", '0', false}}) {
+        SCOPED_TRACE(c.code);
+        auto h = Start("enableudprecv=\"0\" enableudphb=\"0\" sysversion=\"" + std::string(c.sysVersion) + "\"");
+        ASSERT_EQ(0, h->PostFromCenter(DealRow(c.code, "5")));
+        ASSERT_TRUE(WaitReports(*h, c.legacy ? 3 : 2));
+        Settle();
+        auto msgs = Reports(*h);
+        ASSERT_EQ(c.legacy ? 3u : 2u, msgs.size());
+        for (size_t i = 0; i < msgs.size(); ++i) {
+            EXPECT_EQ((std::vector<int>{23, 33101, 17}[i]), msgs[i].IssueType());
+            ExpectKey(msgs[i], 8, "123", i != 1);
+        }
+        const tagCJ_EX want = ExpectedDeal(c.code, c.status);
+        ExpectSameRecord(want, RecordOf<tagCJ_EX>(msgs[0], "B"));
+        if (c.legacy) ExpectSameRecord(LegacyOf(want), RecordOf<tagCJ>(msgs[2], "B"));
+        PackCell ly;
+        EXPECT_EQ(DealText(c.code, std::string(1, c.status)), QH(msgs[1], &ly));
+        EXPECT_EQ(PackCell('B'), ly);  // a character on this path
+        h->Shutdown();
+    }
 }
 
 // An entrust confirmation with unknown codes: catch-all words in the records,
@@ -277,11 +267,9 @@ TEST_F(InTempDir, CenterEntrustCatchAllWordsAndTranslation) {
 
     // Entrusts carry no deal number, so the '7'/'8' -> '2' rule cannot fire
     // here. Fields 1-34, then the zero byte of weave_type.
-    const std::string want = "7" + S1 + "FA02" + S1 + "F2" + S1 + "ab12" + S1 + " " + S1 + " " + S1 + " " + S1 +
-                             "456" + S1 + S1 + S1 + S1 + "0" + S1 + "4" + S1 + "0" + S1 + "0" + S1 +
-                             "0.000000" + S1 + "8" + S1 + "3" + S1 + "0" + S1 + "0" + S1 + "0" + S1 + S1 +
-                             "20240306" + S1 + "101500" + S1 + S1 + S1 + "0.000000" + S1 + S1 + S1 +
-                             S1 + "refused" + S1 + S1 + "0" + S1 + "sec" + S1;
+    const std::string want = Join({"7", "FA02", "F2", "ab12", " ", " ", " ", "456", "", "", "", "0", "4", "0", "0",
+                                   "0.000000", "8", "3", "0", "0", "0", "", "20240306", "101500", "", "",
+                                   "0.000000", "", "", "", "refused", "", "0", "sec", ""});
     EXPECT_EQ(want, QH(msgs[1]));
     h->Shutdown();
 }
@@ -416,15 +404,13 @@ TEST_F(InTempDir, UdpRecordsOverSocket) {
     PackCell ly;
     const std::string text = QH(msgs[1], &ly);
     EXPECT_EQ(PackCell("B"), ly);  // a string on this path
-    const std::string wantTail = "CF1" + S1 + "occ" + S1 + "0.000000" + S1 + "1" + S1 + "SPD" + S1 +
-                                 "ref" + S1 + "pos" + S1 + "3" + S1 + "1.000000" + S1 + "2.000000" +
-                                 S1 + "3.000000" + S1 + "4.000000" + S1 + "5.000000" + S1 +
-                                 "6.000000" + S1 + "7.500000" + S1 + "-1.500000";
+    const std::string wantTail = Join({"CF1", "occ", "0.000000", "1", "SPD", "ref", "pos", "3", "1.000000",
+                                       "2.000000", "3.000000", "4.000000", "5.000000", "6.000000", "7.500000",
+                                       "-1.500000"});
     ASSERT_GE(text.size(), wantTail.size());
     EXPECT_EQ(wantTail, text.substr(text.size() - wantTail.size()));
-    EXPECT_EQ(0u, text.find("31" + S1 + "FA09" + S1 + "F1" + S1 + "B7" + S1 + "SR2409C12000" + S1 +
-                            "2" + S1 + "1" + S1 + "4100.500000" + S1 + "2.000000" + S1 + "2" + S1 +
-                            "00077" + S1));
+    EXPECT_EQ(0u, text.find(Join({"31", "FA09", "F1", "B7", "SR2409C12000", "2", "1", "4100.500000", "2.000000",
+                                  "2", "00077", ""})));
 
     // Entrust, 13 characters: only the last '&' cuts, so the record ends
     // right after field 27 with "CF1&x" as its confirmation number.
@@ -454,9 +440,7 @@ TEST_F(InTempDir, UdpRecordsOverSocket) {
     ASSERT_EQ(1u, key.columns.size());
     ExpectColumn(key, 0, "fund_account", 'S', 255);
     EXPECT_EQ(PackCell("FA77"), key.rows[0][0]);
-    EXPECT_EQ("FA77" + S1 + "FUT1" + S1 + "5" + S1 + "F1" + S1 + "cu2405" + S1 + "3" + S1 + "1" + S1 +
-                  "2" + S1 + "3" + S1 + "none" + S1 + "p1",
-              QH(msgs[2]));
+    EXPECT_EQ(Join({"FA77", "FUT1", "5", "F1", "cu2405", "3", "1", "2", "3", "none", "p1"}), QH(msgs[2]));
 
     auto margin = Reports(*h, 620003);
     ASSERT_EQ(1u, margin.size());
@@ -465,11 +449,9 @@ TEST_F(InTempDir, UdpRecordsOverSocket) {
     ASSERT_EQ(1u, key.columns.size());
     EXPECT_EQ(PackCell("FA78"), key.rows[0][0]);
     // futu_code, second_code, entrust_prop and position_str are not carried.
-    EXPECT_EQ("8" + S1 + "FUT1" + S1 + "F2" + S1 + "SPab" + S1 + S1 + S1 + "2" + S1 + "0" + S1 + "1" +
-                  S1 + "FA78" + S1 + "rep" + S1 + "fm" + S1 + "op" + S1 + "1" + S1 + "3" + S1 + "4" +
-                  S1 + "5" + S1 + "6" + S1 + "7" + S1 + "20240307" + S1 + "93000" + S1 + S1 + "9" +
-                  S1 + "oc" + S1 + "rf" + S1 + "err" + S1 + S1 + "2" + S1 + "0.000000" + S1 +
-                  "0.000000" + S1 + "0.000000" + S1 + "1",
+    EXPECT_EQ(Join({"8", "FUT1", "F2", "SPab", "", "", "2", "0", "1", "FA78", "rep", "fm", "op", "1", "3", "4", "5",
+                    "6", "7", "20240307", "93000", "", "9", "oc", "rf", "err", "", "2", "0.000000", "0.000000",
+                    "0.000000", "1"}),
               QH(margin[0]));
     h->Shutdown();
 }
@@ -565,9 +547,8 @@ TEST_F(DirectUdp, IgnoredFieldsAndEntrustLayout) {
     const std::string text = QH(down.Messages()[1], &ly);
     EXPECT_EQ(PackCell("0"), ly);
     // Fields 28-43 of the entrust text.
-    const std::string tail = "P" + S1 + "ARB1" + S1 + "ref" + S1 + "bad" + S1 + "pos" + S1 + "6" + S1 +
-                             "sec" + S1 + "W" + S1 + "1.500000" + S1 + "2.500000" + S1 + "3.500000" +
-                             S1 + "wr" + S1 + "T" + S1 + "V" + S1 + "4.500000" + S1 + "77";
+    const std::string tail = Join({"P", "ARB1", "ref", "bad", "pos", "6", "sec", "W", "1.500000", "2.500000",
+                                   "3.500000", "wr", "T", "V", "4.500000", "77"});
     ASSERT_GE(text.size(), tail.size());
     EXPECT_EQ(tail, text.substr(text.size() - tail.size()));
     EXPECT_EQ(11, RecordOf<tagWTQR_EX>(down.Messages()[0], "0").business_total_amount);
