@@ -136,7 +136,8 @@ std::string Bytes(const void* p, size_t n) { return std::string(static_cast<cons
 
 }  // namespace
 
-// Both 33101 switches: one 23 and one 17, the legacy one from the same parse.
+// Both 33101 switches: one 23 and one 17, the legacy one from the same
+// parse; a 13-character contract code has no legacy form, 23 still goes out.
 TEST_F(Convert, DealTextWithBothSwitches) {
     Start({"convert33101to23", "convert33101to17"});
     tagCJ_EX d = Deal("cu2405C50");
@@ -150,14 +151,11 @@ TEST_F(Convert, DealTextWithBothSwitches) {
     std::memset(&legacy, 0, sizeof legacy);
     ConvertCj23To17(&d, legacy);
     EXPECT_EQ(Bytes(&legacy, sizeof legacy), RecordBytes(out[1], 'B'));
-}
 
-// A 13-character contract code has no legacy form; 23 is still published.
-TEST_F(Convert, LongCodeSkipsLegacyOnly) {
-    Start({"convert33101to23", "convert33101to17"});
-    tagCJ_EX d = Deal("cu2405C500000");
-    Post(33101, ReportText('B', TextOf(d)));
-    auto out = Published(1);
+    h->Center().Clear();
+    tagCJ_EX longCode = Deal("cu2405C500000");
+    Post(33101, ReportText('B', TextOf(longCode)));
+    out = Published(1);
     ASSERT_EQ(1u, out.size());
     EXPECT_EQ(23, out[0].IssueType());
 }
@@ -194,8 +192,7 @@ TEST_F(Convert, EntrustTextEachSwitchAloneAndBodyInKey) {
     out = Published(1);
     ASSERT_EQ(1u, out.size());
     EXPECT_EQ(23, out[0].IssueType());
-    PackedBody b;
-    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    PackedBody b = frametest::Decode(out[0].Body());
     ASSERT_EQ(1u, b.rows.size());
     EXPECT_EQ(Bytes(&w, sizeof w), b.rows[0][1].bytes);
     EXPECT_EQ(hostemu::EncodePacked(ReportText('0', t)), out[0].Key());
@@ -231,14 +228,13 @@ TEST_F(Convert, QuoteRecordsAndTexts) {
     tagHQInfo legacy;
     std::memset(&legacy, 0, sizeof legacy);
     ConvertHq22To16(&q, legacy);
-    PackedBody b;
-    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    PackedBody b = frametest::Decode(out[0].Body());
     ASSERT_EQ(2u, b.columns.size());
     EXPECT_EQ(PackCell(1), b.rows[0][0]);
     EXPECT_EQ(Bytes(&legacy, sizeof legacy), b.rows[0][1].bytes);
     char buf[1024] = {0};
     const std::string text33100 = Convert22To33100(&q, buf, sizeof buf);
-    ASSERT_EQ(0, DecodePacked(out[1].Body().data(), static_cast<int>(out[1].Body().size()), &b));
+    b = frametest::Decode(out[1].Body());
     EXPECT_EQ(text33100, b.rows[0][0].bytes);
 
     // A 13-character code: the 16 form is skipped, 33100 still goes out.
@@ -259,11 +255,28 @@ TEST_F(Convert, QuoteRecordsAndTexts) {
     ASSERT_EQ(2u, out.size());
     EXPECT_EQ(22, out[0].IssueType());
     EXPECT_EQ(16, out[1].IssueType());
-    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    b = frametest::Decode(out[0].Body());
     EXPECT_EQ(Bytes(&q, sizeof q), b.rows[0][1].bytes);
 
+    // A record to its text and the text back: the record publication as decoded.
+    auto roundTrip = [&](int issue, const PackedBody& rec, int textIssue) {
+        PackedBody back;
+        h->Center().Clear();
+        Post(issue, rec);
+        out = Published(1);
+        if (out.size() != 1 || out[0].IssueType() != textIssue) {
+            ADD_FAILURE() << issue << " gave " << out.size() << " publications";
+            return back;
+        }
+        b = frametest::Decode(out[0].Body());
+        const std::string text = b.rows.empty() || b.rows[0].empty() ? "" : b.rows[0][0].bytes;
+        h->Center().Clear();
+        Post(textIssue, QuoteText(text));
+        out = Published(1);
+        if (out.size() == 1 && out[0].IssueType() == issue) back = frametest::Decode(out[0].Body());
+        return back;
+    };
     // 24 -> 33105 -> 24 (no "type" column).
-    h->Center().Clear();
     tagEXCHSTATUS st;
     std::memset(&st, 0, sizeof st);
     strcpy(st.futu_exch_type, "F1");
@@ -272,24 +285,13 @@ TEST_F(Convert, QuoteRecordsAndTexts) {
     PackedBody sb;
     sb.columns = {{"futu_exch_status_raw", 'R', 10240, 4}};
     sb.rows = {{PackCell::Raw(&st, sizeof st)}};
-    Post(24, sb);
-    out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(33105, out[0].IssueType());
-    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
-    const std::string text33105 = b.rows[0][0].bytes;
-    h->Center().Clear();
-    Post(33105, QuoteText(text33105));
-    out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(24, out[0].IssueType());
-    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    b = roundTrip(24, sb, 33105);
+    ASSERT_EQ(1u, b.rows.size());
     ASSERT_EQ(1u, b.columns.size());
     EXPECT_EQ("futu_hq_raw", b.columns[0].name);
     EXPECT_EQ(Bytes(&st, sizeof st), b.rows[0][0].bytes);
 
     // 18 -> 33102 -> 18 with "type" 9.
-    h->Center().Clear();
     tagArgHQInfo a;
     std::memset(&a, 0, sizeof a);
     strcpy(a.contract_code, "SP cu2405&cu2406");
@@ -298,18 +300,9 @@ TEST_F(Convert, QuoteRecordsAndTexts) {
     strcpy(a.second_code, "cu2406");
     a.arbi_type = '1';
     a.buy_price = 12.5;
-    Post(18, RawRecord("futu_hq_raw", &a, sizeof a));
-    out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(33102, out[0].IssueType());
-    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
-    const std::string text33102 = b.rows[0][0].bytes;
-    h->Center().Clear();
-    Post(33102, QuoteText(text33102));
-    out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(18, out[0].IssueType());
-    ASSERT_EQ(0, DecodePacked(out[0].Body().data(), static_cast<int>(out[0].Body().size()), &b));
+    b = roundTrip(18, RawRecord("futu_hq_raw", &a, sizeof a), 33102);
+    ASSERT_EQ(1u, b.rows.size());
+    ASSERT_EQ(2u, b.columns.size());
     EXPECT_EQ(PackCell(9), b.rows[0][0]);
     EXPECT_EQ(Bytes(&a, sizeof a), b.rows[0][1].bytes);
 
