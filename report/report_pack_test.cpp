@@ -59,6 +59,26 @@ std::string TextAt(const std::string& raw, std::size_t offset) {
     return std::string(raw.c_str() + offset);
 }
 
+// One expected value of a packed record: kind 'i' int, 'd' double, 's'
+// terminated text, 'c' one character; every value given as its text.
+struct Cell {
+    std::size_t offset;
+    char kind;
+    std::string want;
+};
+
+void ExpectCells(const std::string& raw, std::initializer_list<Cell> cells) {
+    for (const Cell& c : cells) {
+        ASSERT_LT(c.offset, raw.size());
+        std::string got;
+        if (c.kind == 'i') got = std::to_string(At<int>(raw, c.offset));
+        if (c.kind == 'd') got = std::to_string(At<double>(raw, c.offset));
+        if (c.kind == 's') got = TextAt(raw, c.offset);
+        if (c.kind == 'c') got = std::string(1, raw[c.offset]);
+        EXPECT_EQ(c.want, got) << "at offset " << c.offset;
+    }
+}
+
 tagHB Report() {
     tagHB h;
     std::memset(&h, 0, sizeof h);
@@ -137,37 +157,18 @@ TEST(ReportPack, ExtendedDealBytes) {
     ASSERT_EQ(packer.raws.size(), 1u);
     const std::string& r = packer.raws[0];
     ASSERT_EQ(r.size(), 304u);
-    EXPECT_EQ(At<int>(r, 0), 1001);
-    EXPECT_EQ(TextAt(r, 4), "88001234");
-    EXPECT_EQ(TextAt(r, 25), "F1");
-    EXPECT_EQ(TextAt(r, 36), "B00012");
-    EXPECT_EQ(TextAt(r, 57), "CF405");
-    EXPECT_EQ(TextAt(r, 87), "买入");
-    EXPECT_EQ(TextAt(r, 96), "开仓");
-    EXPECT_EQ(At<double>(r, 108), 15030.5);
-    EXPECT_EQ(At<double>(r, 116), 2.0);
-    EXPECT_EQ(TextAt(r, 124), "投机");
-    EXPECT_EQ(At<int>(r, 136), 123);
-    EXPECT_EQ(TextAt(r, 140), "R7788");
-    EXPECT_EQ(TextAt(r, 161), "0101");
-    EXPECT_EQ(TextAt(r, 170), "op1");
-    EXPECT_EQ(At<int>(r, 180), 3);
-    EXPECT_EQ(At<int>(r, 192), 1);
-    EXPECT_EQ(At<double>(r, 196), 15031.0);
-    EXPECT_EQ(r[204], '7');  // first character only
-    EXPECT_EQ(At<int>(r, 208), 8);
-    EXPECT_EQ(At<int>(r, 212), 4);
-    EXPECT_EQ(r[216], '1');
-    EXPECT_EQ(At<int>(r, 220), 5);
-    EXPECT_EQ(r[224], '2');
-    EXPECT_EQ(At<int>(r, 228), 20240315);
-    EXPECT_EQ(At<int>(r, 232), 93015);
-    EXPECT_EQ(TextAt(r, 236), "C123");
-    EXPECT_EQ(At<double>(r, 260), 0.0);  // frozen_fare is not filled
-    EXPECT_EQ(TextAt(r, 268), "occ");
-    // Padding and unused bytes are zero.
-    EXPECT_EQ(r[105], 0);
-    EXPECT_EQ(r[303], 0);
+    // The status keeps its first character only; frozen_fare (260) is not
+    // filled; padding (105) and unused bytes (303) are zero.
+    ExpectCells(r, {{0, 'i', "1001"},      {4, 's', "88001234"},       {25, 's', "F1"},
+                    {36, 's', "B00012"},   {57, 's', "CF405"},         {87, 's', "买入"},
+                    {96, 's', "开仓"},     {108, 'd', "15030.500000"}, {116, 'd', "2.000000"},
+                    {124, 's', "投机"},    {136, 'i', "123"},          {140, 's', "R7788"},
+                    {161, 's', "0101"},    {170, 's', "op1"},          {180, 'i', "3"},
+                    {192, 'i', "1"},       {196, 'd', "15031.000000"}, {204, 'c', "7"},
+                    {208, 'i', "8"},       {212, 'i', "4"},            {216, 'c', "1"},
+                    {220, 'i', "5"},       {224, 'c', "2"},            {228, 'i', "20240315"},
+                    {232, 'i', "93015"},   {236, 's', "C123"},         {260, 'd', "0.000000"},
+                    {268, 's', "occ"},     {105, 'c', std::string(1, '\0')}, {303, 'c', std::string(1, '\0')}});
     EXPECT_TRUE(log.lines.empty());
 }
 
@@ -180,14 +181,9 @@ TEST(ReportPack, LegacyDealBoundsTheContractCode) {
     ASSERT_EQ(packer.raws.size(), 1u);
     const std::string& r = packer.raws[0];
     ASSERT_EQ(r.size(), 248u);
-    EXPECT_EQ(TextAt(r, 57), "ABCDEFGHIJKL");
-    EXPECT_EQ(TextAt(r, 70), "买入");  // the next field is intact
-    EXPECT_EQ(At<double>(r, 88), 15030.5);
-    EXPECT_EQ(At<int>(r, 116), 123);
-    EXPECT_EQ(r[184], '7');
-    EXPECT_EQ(At<int>(r, 208), 20240315);
-    EXPECT_EQ(At<int>(r, 212), 93015);
-    EXPECT_EQ(TextAt(r, 216), "C123");
+    // The next field after the bounded code is intact.
+    ExpectCells(r, {{57, 's', "ABCDEFGHIJKL"}, {70, 's', "买入"},     {88, 'd', "15030.500000"}, {116, 'i', "123"},
+                    {184, 'c', "7"},            {208, 'i', "20240315"}, {212, 'i', "93015"},        {216, 's', "C123"}});
 }
 
 TEST(ReportPack, EntrustConfirmationsInBothLayouts) {
@@ -200,30 +196,16 @@ TEST(ReportPack, EntrustConfirmationsInBothLayouts) {
     EXPECT_EQ(HBToWTQR(nullptr, &packer, &h, &legacy, 248), 0);
     ASSERT_EQ(packer.raws.size(), 2u);
     const std::string& e = packer.raws[0];
-    EXPECT_EQ(TextAt(e, 36), "CF405");
-    EXPECT_EQ(TextAt(e, 84), "投机");
-    EXPECT_EQ(At<int>(e, 96), 123);
-    EXPECT_EQ(At<int>(e, 152), 1);
-    EXPECT_EQ(At<double>(e, 156), 15031.0);
-    EXPECT_EQ(e[164], '7');
-    EXPECT_EQ(At<int>(e, 188), 20240315);
-    EXPECT_EQ(At<int>(e, 192), 93015);
-    EXPECT_EQ(TextAt(e, 196), "C123");
-    // Not filled from the report.
-    EXPECT_EQ(At<int>(e, 220), 0);
-    EXPECT_EQ(TextAt(e, 224), "");
-    EXPECT_EQ(At<int>(e, 248), 0);
-    EXPECT_EQ(At<int>(e, 252), 0);
-    EXPECT_EQ(At<int>(e, 256), 0);
-    EXPECT_EQ(TextAt(e, 268), "occ");
+    ASSERT_EQ(e.size(), 304u);
+    // 220-256 are not filled from the report.
+    ExpectCells(e, {{36, 's', "CF405"},   {84, 's', "投机"},  {96, 'i', "123"},      {152, 'i', "1"},
+                    {156, 'd', "15031.000000"}, {164, 'c', "7"}, {188, 'i', "20240315"}, {192, 'i', "93015"},
+                    {196, 's', "C123"},   {220, 'i', "0"},    {224, 's', ""},         {248, 'i', "0"},
+                    {252, 'i', "0"},      {256, 'i', "0"},    {268, 's', "occ"}});
 
     const std::string& l = packer.raws[1];
     ASSERT_EQ(l.size(), 248u);
-    EXPECT_EQ(TextAt(l, 49), "买入");
-    EXPECT_EQ(At<int>(l, 76), 123);
-    EXPECT_EQ(l[144], '7');
-    EXPECT_EQ(At<int>(l, 172), 93015);
-    EXPECT_EQ(TextAt(l, 176), "C123");
+    ExpectCells(l, {{49, 's', "买入"}, {76, 'i', "123"}, {144, 'c', "7"}, {172, 'i', "93015"}, {176, 's', "C123"}});
 }
 
 TEST(ReportPack, FailedPackIsLoggedUnderTheDealNames) {
