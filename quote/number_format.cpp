@@ -37,10 +37,39 @@ constexpr uint64_t kPow10u[20] = {1ULL,
                                   1000000000000000000ULL,
                                   10000000000000000000ULL};
 
+// Decimal digits of a 32-bit v (no leading zeros, "0" for 0): the count by
+// comparisons (quote numbers are short), then pairs from the back.
+inline char* PutU32(char* out, uint32_t v) {
+    const int n = v < 10 ? 1
+                  : v < 100 ? 2
+                  : v < 1000 ? 3
+                  : v < 10000 ? 4
+                  : v < 100000 ? 5
+                  : v < 1000000 ? 6
+                  : v < 10000000 ? 7
+                  : v < 100000000 ? 8
+                  : v < 1000000000 ? 9
+                  : 10;
+    char* p = out + n;
+    while (v >= 100) {
+        const uint32_t r = v % 100;
+        v /= 100;
+        p -= 2;
+        std::memcpy(p, kPairs + 2 * r, 2);
+    }
+    if (v >= 10) {
+        std::memcpy(p - 2, kPairs + 2 * v, 2);
+    } else {
+        p[-1] = static_cast<char>('0' + v);
+    }
+    return out + n;
+}
+
 // Decimal digits of v (no leading zeros, "0" for 0), written in place from
 // the back once their count is known: exactly that many bytes are touched.
 char* PutUnsigned(char* out, uint64_t v) {
-    int n = 1;
+    if (v <= UINT32_MAX) return PutU32(out, static_cast<uint32_t>(v));
+    int n = 10;
     while (n < 20 && v >= kPow10u[n]) ++n;
     char* p = out + n;
     while (v >= 100) {
@@ -60,9 +89,10 @@ char* PutUnsigned(char* out, uint64_t v) {
 }
 
 // "<int>.<six digits>" of q millionths.
-char* PutMillionths(char* out, uint64_t q) {
-    out = PutUnsigned(out, q / kScale);
-    unsigned frac = static_cast<unsigned>(q % kScale);
+inline char* PutMillionths(char* out, uint64_t q) {
+    const uint64_t whole = q / kScale;
+    out = whole <= UINT32_MAX ? PutU32(out, static_cast<uint32_t>(whole)) : PutUnsigned(out, whole);
+    uint32_t frac = static_cast<uint32_t>(q % kScale);
     *out = '.';
     std::memcpy(out + 5, kPairs + 2 * (frac % 100), 2);
     frac /= 100;
@@ -93,6 +123,26 @@ char* FormatFixed6(char* out, double value) {
     const bool negative = (bits >> 63) != 0;
     const int biased = static_cast<int>((bits >> 52) & 0x7ff);
     uint64_t mant = bits & ((uint64_t{1} << 52) - 1);
+    {
+        // Quotes are small decimals: below 2^43 millionths the product
+        // t = |value| * 10^6 is within 2^-10 of the exact one, so when t is
+        // within 1/4 of an integer that integer is the correctly rounded
+        // value (no tie is possible) and printf prints exactly it. Zeros and
+        // denormals land here too (t <= 0.25: "0.000000" with the sign);
+        // inf and nan fail the comparison.
+        const uint64_t absBits = bits & ~(uint64_t{1} << 63);
+        double a;
+        std::memcpy(&a, &absBits, sizeof a);
+        const double t = a * 1e6;
+        if (t < 0x1p43) {
+            const uint64_t whole = static_cast<uint64_t>(t);  // t >= 0: truncation
+            const double frac = t - static_cast<double>(whole);  // exact
+            char* q = out;
+            if (negative) *q++ = '-';
+            if (frac <= 0.25) return PutMillionths(q, whole);
+            if (frac >= 0.75) return PutMillionths(q, whole + 1);
+        }
+    }
     if (biased == 0x7ff) {
         // inf/nan: exactly what the C library prints ("inf", "-nan", ...).
         char tmp[16];
@@ -108,19 +158,6 @@ char* FormatFixed6(char* out, double value) {
         return p + 8;
     }
     if (biased == 0) return SlowFixed6(out, value);  // denormal: far below 0.0000005
-    {
-        // Quotes are small decimals: below 2^43 millionths the product
-        // t = |value| * 10^6 is within 2^-10 of the exact one, so when t is
-        // within 1/4 of an integer that integer is the correctly rounded
-        // value (no tie is possible) and printf prints exactly it.
-        const double t = (negative ? -value : value) * 1e6;
-        if (t < 0x1p43) {
-            const uint64_t whole = static_cast<uint64_t>(t);  // t >= 0: truncation
-            const double frac = t - static_cast<double>(whole);  // exact
-            if (frac <= 0.25) return PutMillionths(p, whole);
-            if (frac >= 0.75) return PutMillionths(p, whole + 1);
-        }
-    }
     mant |= uint64_t{1} << 52;
     const int exp2 = biased - 1075;  // |value| = mant * 2^exp2
     if (exp2 >= 0) {
@@ -152,9 +189,9 @@ char* FormatInt(char* out, int value) {
     if (value < 0) {
         *out++ = '-';
         // Negate in unsigned arithmetic: INT_MIN has no positive int.
-        return PutUnsigned(out, uint64_t{0} - static_cast<uint64_t>(static_cast<int64_t>(value)));
+        return PutU32(out, 0u - static_cast<uint32_t>(value));
     }
-    return PutUnsigned(out, static_cast<uint64_t>(value));
+    return PutU32(out, static_cast<uint32_t>(value));
 }
 
 }  // namespace tikron

@@ -148,15 +148,12 @@ int Convert18To33102(tagArgHQInfo* r, char* text, int size) {
     return w.Truncated() ? QUOTE_TEXT_TRUNCATED : 0;
 }
 
-char* Convert22To33100(tagHQInfo_EX* r, char* buf, int size) {
-    if (buf == nullptr) return nullptr;
-    if (r == nullptr || size <= kHeaderRoom + 1) {
-        if (size >= 1) buf[0] = '\0';
-        return buf;
-    }
-    char* body = buf + kHeaderRoom;
-    TextWriter w(body, static_cast<std::size_t>(size - kHeaderRoom));
-    // Every field but the last is followed by the separator.
+namespace {
+
+// Writes the 33100 body fields of r to a sink with the TextWriter calls.
+// Every field but the last is followed by the separator.
+template <typename Sink>
+void Write33100Body(const tagHQInfo_EX& r, Sink& w) {
     auto dbl = [&w](double v) {
         w.Dbl(v);
         w.Sep();
@@ -165,58 +162,102 @@ char* Convert22To33100(tagHQInfo_EX* r, char* buf, int size) {
         w.Int(v);
         w.Sep();
     };
-    num(r->time_stamp);
+    num(r.time_stamp);
     num(0);  // quote index
-    w.Field(r->futu_exch_type);
+    w.Field(r.futu_exch_type);
     w.Sep();
     w.Sep();  // commodity type: always empty
-    w.Field(r->contract_code);
+    w.Field(r.contract_code);
     w.Sep();
-    dbl(r->pre_square_price);
-    dbl(r->pre_close_price);
-    dbl(r->pre_open_interest);
-    dbl(r->pre_delta);
-    dbl(r->futu_open_price);
-    dbl(r->futu_last_price);
-    dbl(r->buy_high_price);
-    num(r->buy_high_amount);
-    dbl(r->sale_low_price);
-    num(r->sale_low_amount);
-    dbl(r->futu_high_price);
-    dbl(r->futu_low_price);
-    dbl(r->uplimited_price);
-    dbl(r->downlimited_price);
-    dbl(r->average_price);
-    dbl(r->change_direction);
-    num(r->business_amount);
-    num(r->bear_amount);
-    dbl(r->business_balance);
-    dbl(r->futu_close_price);
-    dbl(r->square_price);
+    dbl(r.pre_square_price);
+    dbl(r.pre_close_price);
+    dbl(r.pre_open_interest);
+    dbl(r.pre_delta);
+    dbl(r.futu_open_price);
+    dbl(r.futu_last_price);
+    dbl(r.buy_high_price);
+    num(r.buy_high_amount);
+    dbl(r.sale_low_price);
+    num(r.sale_low_amount);
+    dbl(r.futu_high_price);
+    dbl(r.futu_low_price);
+    dbl(r.uplimited_price);
+    dbl(r.downlimited_price);
+    dbl(r.average_price);
+    dbl(r.change_direction);
+    num(r.business_amount);
+    num(r.bear_amount);
+    dbl(r.business_balance);
+    dbl(r.futu_close_price);
+    dbl(r.square_price);
     num(0);  // current date
-    dbl(r->curr_delta);
-    dbl(r->bid_price2);
-    num(r->bid_volume2);
-    dbl(r->bid_price3);
-    num(r->bid_volume3);
-    dbl(r->bid_price4);
-    num(r->bid_volume4);
-    dbl(r->bid_price5);
-    num(r->bid_volume5);
-    dbl(r->ask_price2);
-    num(r->ask_volume2);
-    dbl(r->ask_price3);
-    num(r->ask_volume3);
-    dbl(r->ask_price4);
-    num(r->ask_volume4);
-    dbl(r->ask_price5);
-    w.Int(r->ask_volume5);
+    dbl(r.curr_delta);
+    dbl(r.bid_price2);
+    num(r.bid_volume2);
+    dbl(r.bid_price3);
+    num(r.bid_volume3);
+    dbl(r.bid_price4);
+    num(r.bid_volume4);
+    dbl(r.bid_price5);
+    num(r.bid_volume5);
+    dbl(r.ask_price2);
+    num(r.ask_volume2);
+    dbl(r.ask_price3);
+    num(r.ask_volume3);
+    dbl(r.ask_price4);
+    num(r.ask_volume4);
+    dbl(r.ask_price5);
+    w.Int(r.ask_volume5);
+}
+
+// Unchecked writer for a buffer known to hold the longest possible body
+// (k33100BodyMax): no bound test per field, same bytes as TextWriter.
+struct DirectSink {
+    char* p;
+    void Dbl(double v) { p = tikron::FormatFixed6(p, v); }
+    void Int(int v) { p = tikron::FormatInt(p, v); }
+    template <std::size_t N>
+    void Field(const char (&field)[N]) {
+        const std::size_t n = strnlen(field, N);
+        std::memcpy(p, field, n);
+        p += n;
+    }
+    void Sep() { *p++ = '\x01'; }
+};
+
+// Longest 33100 body: 41 numbers (bounded here by 48), each with its
+// separator, the two text fields and three separators, plus the terminator.
+constexpr std::size_t k33100BodyMax = 48 * (tikron::kFixed6MaxLen + 1) +
+                                      sizeof(tagHQInfo_EX::futu_exch_type) +
+                                      sizeof(tagHQInfo_EX::contract_code) + 3 + 1;
+
+}  // namespace
+
+char* Convert22To33100(tagHQInfo_EX* r, char* buf, int size) {
+    if (buf == nullptr) return nullptr;
+    if (r == nullptr || size <= kHeaderRoom + 1) {
+        if (size >= 1) buf[0] = '\0';
+        return buf;
+    }
+    char* body = buf + kHeaderRoom;
+    const std::size_t room = static_cast<std::size_t>(size - kHeaderRoom);
+    std::size_t bodyLen;
+    if (room >= k33100BodyMax) {
+        DirectSink d{body};
+        Write33100Body(*r, d);
+        *d.p = '\0';
+        bodyLen = static_cast<std::size_t>(d.p - body);
+    } else {
+        TextWriter w(body, room);
+        Write33100Body(*r, w);
+        bodyLen = w.Length();
+    }
 
     // "0\x01%d\x01" with the body length.
     char header[kHeaderRoom + 1];
     header[0] = '0';
     header[1] = '\x01';
-    char* hend = tikron::FormatInt(header + 2, static_cast<int>(w.Length()));
+    char* hend = tikron::FormatInt(header + 2, static_cast<int>(bodyLen));
     *hend++ = '\x01';
     const int hlen = static_cast<int>(hend - header);
     // The body length has at most 10 digits, so the header always fits.

@@ -3,6 +3,7 @@
 // 0x01-separated feed (extended table, issue types 33100 and 22).
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "frame/service_log.h"
@@ -31,12 +32,18 @@ bool FitsLegacy(const char* data, int len) {
     return comma == nullptr || static_cast<const char*>(comma) - data < 18;
 }
 
+// The 33100 and 22 publications of one record share the packed key.
+void PublishExtended(CTIKRONServiceImpl& svc, const PackedKey& key, tagHQInfo_EX& rec, const char* text,
+                     int textWidth) {
+    Publish(svc, kFuncQuotePublish, 33100, key, TextBody(text, textWidth));
+    Publish(svc, kFuncQuotePublish, 22, key,
+            RawQuoteBody(kTypeSingleLeg, &rec, static_cast<int>(sizeof rec)));
+}
+
 void PublishExtended(CTIKRONServiceImpl& svc, tagHQInfo_EX& rec, const char* text, int textWidth) {
     char key[sizeof rec.contract_code];
     FieldText(key, rec.contract_code);
-    Publish(svc, kFuncQuotePublish, 33100, TextKey("contract_code", key), TextBody(text, textWidth));
-    Publish(svc, kFuncQuotePublish, 22, TextKey("contract_code", key),
-            RawQuoteBody(kTypeSingleLeg, &rec, static_cast<int>(sizeof rec)));
+    PublishExtended(svc, PackedKey(svc, TextKey("contract_code", key)), rec, text, textWidth);
 }
 
 // The legacy record is copied from a parsed extended one (see DealCommaFeed)
@@ -53,12 +60,19 @@ int DealCommaFeed(CTIKRONServiceImpl& svc, const char* data, int len) {
     tagHQInfo_EX ex;
     memset(&ex, 0, sizeof ex);
     bool exParsed = false;
+    char exKey[sizeof ex.contract_code];
+    exKey[0] = '\0';
+    // Packed once the extended record is parsed; reused by the 16 message
+    // when its key text is the same.
+    std::optional<PackedKey> packedKey;
     if (svc.m_pTIKRONInfo_EX != nullptr) {
         if (svc.m_pTIKRONInfo_EX->AddHQData(data, len, &ex, '0', 0) == 0) {
             exParsed = true;
             char buf[kQuoteTextBuf];
             const char* text = Convert22To33100(&ex, buf, sizeof buf);
-            PublishExtended(svc, ex, text, static_cast<int>(strlen(text)) + 1);
+            FieldText(exKey, ex.contract_code);
+            packedKey.emplace(svc, TextKey("contract_code", exKey));
+            PublishExtended(svc, *packedKey, ex, text, static_cast<int>(strlen(text)) + 1);
         }
     }
     if (svc.m_pTIKRONInfo != nullptr && FitsLegacy(data, len)) {
@@ -79,8 +93,11 @@ int DealCommaFeed(CTIKRONServiceImpl& svc, const char* data, int len) {
         if (rc == 0) {
             char key[sizeof hq.contract_code];
             FieldText(key, hq.contract_code);
-            Publish(svc, kFuncQuotePublish, 16, TextKey("contract_code", key),
-                    RawQuoteBody(kTypeSingleLeg, &hq, static_cast<int>(sizeof hq)));
+            const Body body = RawQuoteBody(kTypeSingleLeg, &hq, static_cast<int>(sizeof hq));
+            if (packedKey && strcmp(key, exKey) == 0)
+                Publish(svc, kFuncQuotePublish, 16, *packedKey, body);
+            else
+                Publish(svc, kFuncQuotePublish, 16, TextKey("contract_code", key), body);
         }
     }
     return 0;

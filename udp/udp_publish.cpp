@@ -50,10 +50,9 @@ int SetPacked(IESBMessage* msg, int tag, IF2Packer& p) {
     return item->SetRawData(p.GetPackBuf(), p.GetPackLen());
 }
 
-}  // namespace
-
-int Publish(CTIKRONServiceImpl& svc, int functionNo, int issueType, const KeyColumn* keys,
-            int keyCount, const Body& body) {
+// keyBytes/keyLen: the key already packed, or null to pack keys here.
+int PublishWith(CTIKRONServiceImpl& svc, int functionNo, int issueType, const KeyColumn* keys,
+                int keyCount, const char* keyBytes, int keyLen, const Body& body) {
     IF2Packer* packer = svc.m_pPacker;
     if (packer == nullptr) {
         TikronLog(svc.m_lpLogService, kFn, "no packer, issue type %d not published!", issueType);
@@ -62,11 +61,16 @@ int Publish(CTIKRONServiceImpl& svc, int functionNo, int issueType, const KeyCol
     IESBMessage* msg = GetESBMsgEx(__LINE__);
     if (msg == nullptr) return NO_MESSAGE;
 
-    int r = PackKey(*packer, keys, keyCount);
+    int r = keyBytes != nullptr ? 0 : PackKey(*packer, keys, keyCount);
     if (r >= 0) {
         msg->Prepare(PACKET_REQUEST, functionNo);
         msg->GetItem(TAG_ISSUE_TYPE)->SetInt(issueType, 0);
-        r = SetPacked(msg, TAG_KEY_INFO, *packer);
+        if (keyBytes != nullptr) {
+            IESBMessageItem* item = msg->GetItem(TAG_KEY_INFO);
+            r = item != nullptr ? item->SetRawData(keyBytes, keyLen) : -1;
+        } else {
+            r = SetPacked(msg, TAG_KEY_INFO, *packer);
+        }
     }
     if (r >= 0) r = PackBody(*packer, body);
     if (r >= 0) r = SetPacked(msg, TAG_MESSAGE_BODY, *packer);
@@ -81,6 +85,29 @@ int Publish(CTIKRONServiceImpl& svc, int functionNo, int issueType, const KeyCol
         return NOT_TAKEN;
     }
     return PUBLISHED;
+}
+
+}  // namespace
+
+int Publish(CTIKRONServiceImpl& svc, int functionNo, int issueType, const KeyColumn* keys,
+            int keyCount, const Body& body) {
+    return PublishWith(svc, functionNo, issueType, keys, keyCount, nullptr, 0, body);
+}
+
+PackedKey::PackedKey(CTIKRONServiceImpl& svc, const KeyColumn& key) : m_key(key) {
+    IF2Packer* packer = svc.m_pPacker;
+    if (packer == nullptr || PackKey(*packer, &key, 1) < 0) return;
+    const int n = packer->GetPackLen();
+    const void* b = packer->GetPackBuf();
+    if (b == nullptr || n <= 0 || static_cast<std::size_t>(n) > sizeof m_bytes) return;
+    std::memcpy(m_bytes, b, static_cast<std::size_t>(n));
+    m_len = n;
+}
+
+int Publish(CTIKRONServiceImpl& svc, int functionNo, int issueType, const PackedKey& key,
+            const Body& body) {
+    return PublishWith(svc, functionNo, issueType, &key.Key(), 1, key.Ready() ? key.Bytes() : nullptr,
+                       key.Length(), body);
 }
 
 }  // namespace tikron_udp

@@ -68,6 +68,29 @@ inline int Publish(CTIKRONServiceImpl& svc, int functionNo, int issueType, const
     return Publish(svc, functionNo, issueType, &key, 1, body);
 }
 
+// A one-column text key packed once and reused by several publications of
+// the same record (SetRawData copies the bytes). When the key does not pack
+// or does not fit, Ready() is false and Publish packs the key itself, so a
+// failure is logged per publication exactly as without reuse.
+class PackedKey {
+public:
+    PackedKey(CTIKRONServiceImpl& svc, const KeyColumn& key);
+    bool Ready() const { return m_len > 0; }
+    // The key it was packed from (text of a TextKey).
+    const KeyColumn& Key() const { return m_key; }
+    const char* Bytes() const { return m_bytes; }
+    int Length() const { return m_len; }
+
+private:
+    KeyColumn m_key;
+    char m_bytes[512];
+    int m_len = 0;
+};
+
+// Same as Publish with key.Key(), with the packed bytes reused when ready.
+int Publish(CTIKRONServiceImpl& svc, int functionNo, int issueType, const PackedKey& key,
+            const Body& body);
+
 // Terminated copy of a fixed-width record text field for use as a key: at
 // most min(N, M) - 1 bytes, so an unterminated field cannot be overread.
 template <std::size_t M, std::size_t N>
