@@ -32,6 +32,7 @@
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
 #include "kos/kavle2.h"
+#include "bench/bench_quotes.h"
 #include "store/hq_tables.h"
 
 namespace {
@@ -39,27 +40,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kBufBytes = 64 << 20;  // socket receive buffer of both receivers
-constexpr int kContracts = 500;      // distinct contracts cycled by the sender
+using benchquotes::kContracts;  // distinct contracts cycled by the sender
 constexpr int kBatch = 32;
 
 double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
-// Single-leg quote datagrams of kContracts contracts.
-std::vector<std::string> MakeDatagrams() {
-    std::vector<std::string> out;
-    for (int i = 0; i < kContracts; ++i) {
-        char text[1024];
-        snprintf(text, sizeof text,
-                 "IF%04d,3850.2,3855.0,3861.4,3861.2,12,340,3861.6,8,290,3870.0,3845.2,3858.37,11.2,80321,"
-                 "160234,92973211400.0,4235.2,3465.2,X,0,0,0,0,3849.8,158000,0,0,0,0,3861.0,5,3860.8,7,"
-                 "3860.6,9,3860.4,11,3861.8,4,3862.0,6,3862.2,8,3862.4,10,F4,93015,",
-                 i);
-        char head[8];
-        snprintf(head, sizeof head, "0%05d", static_cast<int>(strlen(text)));
-        out.push_back(std::string(head) + text);
-    }
-    return out;
-}
+using benchquotes::MakeDatagrams;
 
 class Sender {
 public:

@@ -15,30 +15,16 @@
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
 #include "quote/quote_text.h"
+#include "bench/bench_quotes.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
 #include "udp/udp_publish.h"
 
 namespace {
 
-constexpr int kContracts = 500;
+using benchquotes::kContracts;
 
-// The same datagram shape the ingest benchmark sends.
-std::vector<std::string> MakeDatagrams() {
-    std::vector<std::string> out;
-    for (int i = 0; i < kContracts; ++i) {
-        char text[1024];
-        snprintf(text, sizeof text,
-                 "IF%04d,3850.2,3855.0,3861.4,3861.2,12,340,3861.6,8,290,3870.0,3845.2,3858.37,11.2,80321,"
-                 "160234,92973211400.0,4235.2,3465.2,X,0,0,0,0,3849.8,158000,0,0,0,0,3861.0,5,3860.8,7,"
-                 "3860.6,9,3860.4,11,3861.8,4,3862.0,6,3862.2,8,3862.4,10,F4,93015,",
-                 i);
-        char head[8];
-        snprintf(head, sizeof head, "0%05d", static_cast<int>(strlen(text)));
-        out.push_back(std::string(head) + text);
-    }
-    return out;
-}
+using benchquotes::MakeDatagrams;
 
 // Service with its four tables in a scratch directory and a counting
 // neighbour as the next service.
