@@ -7,13 +7,16 @@
 // is a standalone program with its own main. Run:
 //   ninja -C build/<dir> udp_ingest_bench && build/<dir>/bench/udp_ingest_bench [seconds-per-trial]
 // It prints, for both receivers, the highest paced rate without loss and the
-// drain rate of a filled socket buffer, and the plug-in/plain ratios.
+// drain rate of a filled socket buffer, and the plug-in/plain ratios; for
+// each drain, the CPU time and run-queue wait of the threads that took part.
+// "udp_ingest_bench drain [runs]" repeats the plug-in drain alone (profiling).
 //
 // Zero loss: every datagram sent at the paced rate for one trial arrived;
 // for the plug-in also processed (three publications each) no later than
 // 20 % of the trial time after the last send, so the rate is sustained
 // rather than buffered in the unbounded datagram queue.
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -24,6 +27,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -247,17 +251,69 @@ double MaxLossFree(const std::function<Receiver*()>& make, double seconds, doubl
     return lo;
 }
 
+// CPU time and run-queue wait of every thread of this process, in ns, by
+// thread id (from /proc/self/task/<tid>/schedstat), with the thread names.
+struct ThreadTime {
+    std::string name;
+    double runNs = 0, waitNs = 0;
+};
+std::map<int, ThreadTime> ThreadTimes() {
+    std::map<int, ThreadTime> out;
+    DIR* d = opendir("/proc/self/task");
+    if (d == nullptr) return out;
+    while (dirent* e = readdir(d)) {
+        int tid = atoi(e->d_name);
+        if (tid <= 0) continue;
+        std::string base = std::string("/proc/self/task/") + e->d_name;
+        ThreadTime t;
+        if (FILE* f = fopen((base + "/schedstat").c_str(), "r")) {
+            if (fscanf(f, "%lf %lf", &t.runNs, &t.waitNs) != 2) t.runNs = t.waitNs = 0;
+            fclose(f);
+        }
+        if (FILE* f = fopen((base + "/comm").c_str(), "r")) {
+            char name[64] = {0};
+            if (fgets(name, sizeof name, f) != nullptr) name[strcspn(name, "\n")] = '\0';
+            t.name = name;
+            fclose(f);
+        }
+        out[tid] = t;
+    }
+    closedir(d);
+    return out;
+}
+
+// "name cpu/wait ms" of the threads that ran at least 1 ms between two
+// snapshots; the measuring thread itself is left out.
+std::string ThreadBreakdown(const std::map<int, ThreadTime>& before, const std::map<int, ThreadTime>& after) {
+    std::string out;
+    const int self = static_cast<int>(gettid());
+    for (const auto& [tid, t] : after) {
+        if (tid == self) continue;
+        auto b = before.find(tid);
+        double run = t.runNs - (b != before.end() ? b->second.runNs : 0);
+        double wait = t.waitNs - (b != before.end() ? b->second.waitNs : 0);
+        if (run < 1e6) continue;
+        char line[128];
+        snprintf(line, sizeof line, "%s%s cpu %.1f ms wait %.1f ms", out.empty() ? "" : ", ", t.name.c_str(),
+                 run / 1e6, wait / 1e6);
+        out += line;
+    }
+    return out;
+}
+
 // Fills the socket buffer with n datagrams before the receiver starts, then
 // measures how fast it drains them. Returns datagrams per second (0 when the
-// buffer could not hold them all).
-double DrainRate(const std::function<Receiver*()>& make, long n) {
+// buffer could not hold them all); threads: where the CPU time went.
+double DrainRate(const std::function<Receiver*()>& make, long n, std::string* threads) {
     std::unique_ptr<Receiver> r(make());
     Sender s(r->Port());
     s.Send(n, 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const auto before = ThreadTimes();
     Clock::time_point start = Clock::now();
     r->Start();
     Clock::time_point done = WaitHandled(*r, n);
+    *threads = ThreadBreakdown(before, ThreadTimes());
     if (r->Handled() < n) {
         fprintf(stderr, "drain: %ld of %ld handled\n", r->Handled(), n);
         return 0;
@@ -277,24 +333,36 @@ double SenderCeiling() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    double seconds = argc > 1 ? atof(argv[1]) : 0.5;
-    if (seconds <= 0) seconds = 0.5;
     auto plain = [] { return static_cast<Receiver*>(new PlainReceiver()); };
     auto plugin = [] { return static_cast<Receiver*>(new PluginReceiver()); };
+    const long drainN = 20000;
+    // "drain [runs]": plug-in drains only, for profiling the path.
+    if (argc > 1 && strcmp(argv[1], "drain") == 0) {
+        int runs = argc > 2 ? atoi(argv[2]) : 20;
+        for (int i = 0; i < runs; ++i) {
+            std::string threads;
+            double rate = DrainRate(plugin, drainN, &threads);
+            printf("plug-in drain %.0f/s (%s)\n", rate, threads.c_str());
+        }
+        return 0;
+    }
+    double seconds = argc > 1 ? atof(argv[1]) : 0.5;
+    if (seconds <= 0) seconds = 0.5;
 
     double ceiling = SenderCeiling();
     printf("sender alone: %.0f datagrams/s (upper bound of the paced search)\n", ceiling);
     double plainPaced = MaxLossFree(plain, seconds, ceiling);
     double pluginPaced = MaxLossFree(plugin, seconds, ceiling);
-    const long drainN = 20000;
     // Interleaved repeats, best of each: a shared machine's other load
     // slows single runs unevenly; both receivers get the same treatment.
     const int kDrainRuns = 3;
     double plainDrain = 0, pluginDrain = 0;
     for (int i = 0; i < kDrainRuns; ++i) {
-        double a = DrainRate(plain, drainN);
-        double b = DrainRate(plugin, drainN);
-        printf("drain run %d: plain %.0f/s, plug-in %.0f/s\n", i + 1, a, b);
+        std::string plainThreads, pluginThreads;
+        double a = DrainRate(plain, drainN, &plainThreads);
+        double b = DrainRate(plugin, drainN, &pluginThreads);
+        printf("drain run %d: plain %.0f/s (%s)\n             plug-in %.0f/s (%s)\n", i + 1, a,
+               plainThreads.c_str(), b, pluginThreads.c_str());
         if (a > plainDrain) plainDrain = a;
         if (b > pluginDrain) pluginDrain = b;
     }

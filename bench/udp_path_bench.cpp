@@ -55,7 +55,9 @@ public:
 
 private:
     std::string m_dir;
-    hostemu::CHostMessageFactory m_factory;
+    // A small pool, as a production host reuses messages at once (the
+    // default quarantine is a test aid for use-after-release detection).
+    hostemu::CHostMessageFactory m_factory{64};
     hostemu::CHostPackSvr m_pack;
     hostemu::CHostNeighbour m_center{"mc"};
     CTIKRONServiceImpl* m_svc;

@@ -36,6 +36,7 @@ CTIKRONServiceImpl::CTIKRONServiceImpl()
     // destructor can join it; it runs from here until destruction.
     m_bThreadStarted = pthread_create(&m_hThread, nullptr, DoUDPData, this) == 0;
     TIKRON_FATAL_CHECK(m_bThreadStarted);
+    pthread_setname_np(m_hThread, "tikron-udp");
 }
 
 CTIKRONServiceImpl::~CTIKRONServiceImpl() {

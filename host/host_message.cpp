@@ -36,8 +36,18 @@ int CHostMessageItem::QueryInterface(const char*, IKnown** out) {
     return 0;
 }
 
+bool CHostMessageItem::Stale() const { return m_generation != m_owner->m_generation; }
+
+void CHostMessageItem::Sync() {
+    if (!Stale()) return;
+    m_count = 0;
+    m_rawLen = 0;  // value and raw storage are kept for reuse
+    m_generation = m_owner->m_generation;
+}
+
 const char* CHostMessageItem::GetString(int index) {
     m_owner->NoteUse();
+    Sync();
     if (index < 0 || static_cast<size_t>(index) >= m_count) return "";
     const ItemValue& v = m_values[static_cast<size_t>(index)];
     if (v.kind == ItemValue::Str) return v.s.c_str();
@@ -50,6 +60,7 @@ const char* CHostMessageItem::GetString(int index) {
 
 int CHostMessageItem::GetInt(int index) {
     m_owner->NoteUse();
+    Sync();
     if (index < 0 || static_cast<size_t>(index) >= m_count) return 0;
     const ItemValue& v = m_values[static_cast<size_t>(index)];
     if (v.kind == ItemValue::Int) return v.i;
@@ -58,6 +69,7 @@ int CHostMessageItem::GetInt(int index) {
 }
 
 ItemValue& CHostMessageItem::Slot(size_t index) {
+    Sync();
     // Slots past m_count may hold an earlier message's values: the ones now
     // coming into use are emptied first.
     if (m_values.size() <= index) m_values.resize(index + 1);
@@ -71,11 +83,18 @@ ItemValue& CHostMessageItem::Slot(size_t index) {
 }
 
 std::vector<ItemValue> CHostMessageItem::Values() const {
+    if (Stale()) return {};
     return std::vector<ItemValue>(m_values.begin(), m_values.begin() + static_cast<std::ptrdiff_t>(m_count));
+}
+
+std::vector<char> CHostMessageItem::Raw() const {
+    if (Stale()) return {};
+    return std::vector<char>(m_raw.data(), m_raw.data() + m_rawLen);
 }
 
 const void* CHostMessageItem::GetRawData(int* len, int /*index*/) {
     m_owner->NoteUse();
+    Sync();
     if (m_rawLen == 0) {
         if (len != nullptr) *len = 0;
         return nullptr;
@@ -115,6 +134,7 @@ int CHostMessageItem::SetRawData(const void* data, int len) {
 }
 
 void CHostMessageItem::SetRaw(const char* p, size_t n) {
+    Sync();
     if (n == 0) {
         m_rawLen = 0;
         return;
@@ -129,10 +149,12 @@ void CHostMessageItem::SetRaw(const char* p, size_t n) {
 
 int CHostMessageItem::GetCount() {
     m_owner->NoteUse();
+    Sync();
     return static_cast<int>(m_count);
 }
 
 void CHostMessageItem::Clear() {
+    Sync();
     // Value storage is kept for the next message of the pool.
     m_count = 0;
     m_rawLen = 0;  // storage kept for the next message
@@ -268,6 +290,7 @@ CHostMessageItem* CHostMessage::Item(int tag) {
     for (auto& kv : m_items)
         if (kv.first == tag) return kv.second.get();
     auto* item = new CHostMessageItem(this);
+    item->m_generation = m_generation;
     m_items.emplace_back(tag, std::unique_ptr<CHostMessageItem>(item));
     return item;
 }
@@ -298,8 +321,16 @@ const void* CHostMessage::GetBuffer(int* len) {
 }
 
 void CHostMessage::ClearAll() {
-    // Items are kept (pointers handed out stay valid), only emptied.
-    for (auto& kv : m_items) kv.second->Clear();
+    // Items are kept (pointers handed out stay valid); a new generation
+    // empties them all. On the (theoretical) wrap of the counter the items
+    // are emptied directly, so none can look current by accident.
+    if (++m_generation == 0) {
+        for (auto& kv : m_items) {
+            kv.second->m_count = 0;
+            kv.second->m_rawLen = 0;
+            kv.second->m_generation = 0;
+        }
+    }
     m_encoded.clear();
 }
 
@@ -333,6 +364,7 @@ int CHostMessage::SetBuffer(const void* buf, int len) {
     ClearAll();
     for (auto& kv : s.items) {
         CHostMessageItem* item = Item(kv.first);
+        item->Sync();
         item->m_values = std::move(kv.second.values);
         item->m_count = item->m_values.size();
         item->SetRaw(kv.second.raw.data(), kv.second.raw.size());

@@ -55,13 +55,18 @@ public:
     int GetCount() override;  // highest set index + 1
 
     void Clear();
-    bool Empty() const { return m_count == 0 && m_rawLen == 0; }
-    std::vector<ItemValue> Values() const;  // the m_count values in use
-    std::vector<char> Raw() const { return std::vector<char>(m_raw.data(), m_raw.data() + m_rawLen); }
+    bool Empty() const { return Stale() || (m_count == 0 && m_rawLen == 0); }
+    std::vector<ItemValue> Values() const;  // the values in use
+    std::vector<char> Raw() const;
 
 private:
     friend class CHostMessage;
+    // The item was last written before its message was cleared: it is empty.
+    bool Stale() const;
+    // Brings a stale item to the empty state before it is read or written.
+    void Sync();
     CHostMessage* m_owner;
+    uint32_t m_generation = 0;  // the message's generation this item belongs to
     // Storage only grows; the first m_count values are this message's.
     std::vector<ItemValue> m_values;
     size_t m_count = 0;
@@ -141,10 +146,14 @@ private:
     CHostMessageFactory* m_factory;
     std::atomic<bool> m_released{false};
     uint64_t m_serial = 0;
+    // Clearing bumps the generation; an item of an older generation is
+    // empty and is reset when next touched, so clearing a pooled message
+    // costs the same however many items it ever had.
+    uint32_t m_generation = 1;
     // Only the tags ever used on this object, in first-use order: a message
-    // carries a handful of items, so a linear scan beats any map, and
-    // clearing touches only those. Items are never removed (pointers handed
-    // out stay valid while the message is pooled).
+    // carries a handful of items, so a linear scan beats any map. Items are
+    // never removed (pointers handed out stay valid while the message is
+    // pooled).
     std::vector<std::pair<int, std::unique_ptr<CHostMessageItem>>> m_items;
     std::vector<char> m_encoded;
 };

@@ -107,19 +107,21 @@ int CHostMessageFactory::QueryInterface(const char* id, IKnown** out) {
 IESBQ* CHostMessageFactory::GetESBQ() { return &m_queue; }
 
 IESBMessage* CHostMessageFactory::GetESBMsg() {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_failAlways || m_failNext > 0) {
-            if (m_failNext > 0) --m_failNext;
-            ++m_stats.failedGets;
-            return nullptr;
-        }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_failAlways || m_failNext > 0) {
+        if (m_failNext > 0) --m_failNext;
+        ++m_stats.failedGets;
+        return nullptr;
     }
-    return NewMessage();
+    return NewMessageLocked();
 }
 
 CHostMessage* CHostMessageFactory::NewMessage() {
     std::lock_guard<std::mutex> lock(m_mutex);
+    return NewMessageLocked();
+}
+
+CHostMessage* CHostMessageFactory::NewMessageLocked() {
     CHostMessage* msg;
     if (!m_free.empty()) {
         msg = m_free.back();
@@ -149,8 +151,7 @@ void CHostMessageFactory::OnRelease(CHostMessage* msg) {
     while (m_quarantine.size() > m_quarantineLimit) {
         CHostMessage* old = m_quarantine.front();
         m_quarantine.pop_front();
-        old->ClearAll();
-        m_free.push_back(old);
+        m_free.push_back(old);  // emptied when handed out again
     }
 }
 

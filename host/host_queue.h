@@ -86,6 +86,7 @@ private:
     friend class CHostMessage;
     void OnRelease(CHostMessage* msg);
     void OnUseAfterRelease();
+    CHostMessage* NewMessageLocked();  // m_mutex held
 
     mutable std::mutex m_mutex;
     size_t m_quarantineLimit;

@@ -39,6 +39,16 @@ TEST(MessageReuse, ReusedObjectStartsEmptyAndEncodesOnlyNewItems) {
     EXPECT_EQ(nullptr, n->GetItem(1023)->GetRawData(&rawLen, 0));
     EXPECT_EQ(0, rawLen);
     EXPECT_EQ(0, n->GetItem(9)->GetCount());
+    // An item pointer kept across Prepare sees the cleared item, and values
+    // set after it are current.
+    IESBMessageItem* kept = n->GetItem(8);
+    kept->SetRawData("body", 4);
+    n->Prepare(PACKET_REQUEST, 620003);
+    EXPECT_EQ(nullptr, kept->GetRawData(&rawLen, 0));
+    EXPECT_STREQ("", kept->GetString(2));
+    kept->SetInt(7, 1);
+    EXPECT_EQ(2, kept->GetCount());
+    EXPECT_EQ(0, kept->GetInt(0));
     n->Release();
     EXPECT_EQ(0u, f.Stats().live);
     EXPECT_EQ(0u, f.Stats().doubleReleases);

@@ -343,6 +343,8 @@ int CUDPBroadcast::Start() {
     if (m_pImpl->buffers.empty()) m_pImpl->buffers.resize(kBatch * kDatagramMax);
     m_pImpl->stop.store(false);
     if (pthread_create(&m_pImpl->thread, nullptr, &Impl::Loop, m_pImpl) != 0) return -1;
+    // Named for top -H and /proc (at most 15 characters).
+    pthread_setname_np(m_pImpl->thread, "kos-udp-recv");
     m_pImpl->threadStarted = true;
     return 0;
 }

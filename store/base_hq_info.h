@@ -19,6 +19,8 @@
 #include <map>
 #include <new>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "frame/host_interfaces.h"
@@ -115,10 +117,9 @@ public:
         if (pRec == nullptr) return -1;
         VL::CAutoLock lock(m_maplock);
         CMapKey key = MakeKey(*pRec);
-        auto it = m_szHQInfoMap.find(key);
-        if (it != m_szHQInfoMap.end()) {
-            std::memcpy(&it->second->szHQInfo, pRec, sizeof(T));
-            WriteToFile(it->second, 0);
+        if (SaveType* pOld = Find(key)) {
+            std::memcpy(&pOld->szHQInfo, pRec, sizeof(T));
+            WriteToFile(pOld, 0);
         } else {
             SaveType* pSave = new (std::nothrow) SaveType;
             if (pSave == nullptr) {
@@ -129,7 +130,7 @@ public:
             std::memcpy(&pSave->szHQInfo, pRec, sizeof(T));
             try {
                 m_slotEntries.reserve(static_cast<size_t>(m_iSlotsUsed) + 1);
-                m_szHQInfoMap.emplace(key, pSave);
+                Insert(key, pSave);
             } catch (...) {
                 delete pSave;
                 Log("CBaseHQInfo::AddHQInfo", "new T fail!");
@@ -155,13 +156,14 @@ public:
     int GetHQInfo(T* pRec) {
         if (pRec == nullptr) return -1;
         VL::CAutoLock lock(m_maplock);
-        auto it = m_szHQInfoMap.find(MakeKey(*pRec));
-        if (it == m_szHQInfoMap.end()) return 0;
-        std::memcpy(pRec, &it->second->szHQInfo, sizeof(T));
+        const SaveType* pSave = Find(MakeKey(*pRec));
+        if (pSave == nullptr) return 0;
+        std::memcpy(pRec, &pSave->szHQInfo, sizeof(T));
         return 1;
     }
 
-    // Iteration requires LockMap() held for the whole walk.
+    // Iteration requires LockMap() held for the whole walk. For walking
+    // only: keys are added and removed by the table, which keeps its index.
     MapType& GetHQMap() { return m_szHQInfoMap; }
     void LockMap() { m_maplock.Acquire(); }
     void UnlockMap() { m_maplock.Release(); }
@@ -177,9 +179,7 @@ public:
         LogMapFailure();
         m_bHeadOnDisk = false;
         m_iSlotsUsed = 0;
-        for (auto& kv : m_szHQInfoMap) delete kv.second;
-        m_szHQInfoMap.clear();
-        m_slotEntries.clear();
+        ClearEntries();
         m_dwRecvNum.store(0, std::memory_order_relaxed);
         m_dwRecvFromUDPNum.store(0, std::memory_order_relaxed);
         m_dwRecvFromMCNum.store(0, std::memory_order_relaxed);
@@ -392,8 +392,9 @@ private:
                             m_slotEntries[static_cast<size_t>(iOld) - 1] = nullptr;
                         delete it->second;
                         it->second = pSave;
+                        m_index.find(std::string_view(it->first.GetKey()))->second = pSave;  // indexed with the map
                     } else {
-                        m_szHQInfoMap.emplace(key, pSave);
+                        Insert(key, pSave);
                         ++iInserted;
                     }
                     m_slotEntries.push_back(pSave);  // capacity reserved above
@@ -409,9 +410,7 @@ private:
                 m_iSlotsUsed = slot;
             } else {
                 // An unreadable file is discarded: start empty with a fresh one.
-                for (auto& kv : m_szHQInfoMap) delete kv.second;
-                m_szHQInfoMap.clear();
-                m_slotEntries.clear();
+                ClearEntries();
                 m_iSlotsUsed = 0;
                 iInserted = 0;
             }
@@ -420,9 +419,39 @@ private:
         return bOk;
     }
 
+    // Entry of a key, or null: one hash probe instead of a walk of string
+    // comparisons down the ordered map (every update does this lookup).
+    SaveType* Find(const CMapKey& key) const {
+        auto it = m_index.find(std::string_view(key.GetKey()));
+        return it != m_index.end() ? it->second : nullptr;
+    }
+
+    // Adds a new key to the map and the index; either both or, when memory
+    // runs out (std::bad_alloc propagates), neither.
+    void Insert(const CMapKey& key, SaveType* pSave) {
+        auto it = m_szHQInfoMap.emplace(key, pSave).first;
+        try {
+            m_index.emplace(std::string_view(it->first.GetKey()), pSave);
+        } catch (...) {
+            m_szHQInfoMap.erase(it);
+            throw;
+        }
+    }
+
+    void ClearEntries() {
+        for (auto& kv : m_szHQInfoMap) delete kv.second;
+        m_index.clear();
+        m_szHQInfoMap.clear();
+        m_slotEntries.clear();
+    }
+
     ILogService* m_lpLogService = nullptr;
     char m_cHQDBPath[1024];
     MapType m_szHQInfoMap;
+    // Hash index over the same entries, keyed by views of the map's own
+    // key texts (map nodes never move). The ordered map stays the one that
+    // is walked: dumps, queries and sync answers list keys in order.
+    std::unordered_map<std::string_view, SaveType*> m_index;
     VL::CThreadMutex m_maplock;
     tikron_store::SnapshotMirror m_file{kHeadSize, kSlotSize};
     std::vector<SaveType*> m_slotEntries;  // slot k's entry at k-1; not owning
