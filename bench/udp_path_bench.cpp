@@ -55,9 +55,9 @@ public:
 
 private:
     std::string m_dir;
-    // A small pool, as a production host reuses messages at once (the
-    // default quarantine is a test aid for use-after-release detection).
-    hostemu::CHostMessageFactory m_factory{64};
+    // No quarantine: a production host reuses a released message at once
+    // (the default quarantine is a test aid for use-after-release detection).
+    hostemu::CHostMessageFactory m_factory{0};
     hostemu::CHostPackSvr m_pack;
     hostemu::CHostNeighbour m_center{"mc"};
     CTIKRONServiceImpl* m_svc;

@@ -24,7 +24,8 @@ int ToInt(const std::string& s) {
 
 std::string ValueText(const ItemValue& v) {
     if (v.kind == ItemValue::Int) return std::to_string(v.i);
-    return v.s;
+    if (v.kind == ItemValue::Str) return v.s;
+    return std::string();
 }
 
 }  // namespace
@@ -73,18 +74,22 @@ ItemValue& CHostMessageItem::Slot(size_t index) {
     // Slots past m_count may hold an earlier message's values: the ones now
     // coming into use are emptied first.
     if (m_values.size() <= index) m_values.resize(index + 1);
+    // A None slot's text is never read (ValueText, Values' users and the
+    // encoder look at the kind), so the old text is left for reuse.
     for (; m_count <= index; ++m_count) {
         ItemValue& v = m_values[m_count];
         v.kind = ItemValue::None;
         v.i = 0;
-        v.s.clear();
     }
     return m_values[index];
 }
 
 std::vector<ItemValue> CHostMessageItem::Values() const {
     if (Stale()) return {};
-    return std::vector<ItemValue>(m_values.begin(), m_values.begin() + static_cast<std::ptrdiff_t>(m_count));
+    std::vector<ItemValue> out(m_values.begin(), m_values.begin() + static_cast<std::ptrdiff_t>(m_count));
+    for (ItemValue& v : out)
+        if (v.kind != ItemValue::Str) v.s.clear();  // leftover text of a reused slot
+    return out;
 }
 
 std::vector<char> CHostMessageItem::Raw() const {
@@ -109,7 +114,10 @@ int CHostMessageItem::SetString(const char* value, int index) {
     ItemValue& v = Slot(static_cast<size_t>(index));
     v.kind = ItemValue::Str;
     v.i = 0;
-    v.s = value != nullptr ? value : "";
+    if (value != nullptr)
+        v.s.assign(value, strlen(value));
+    else
+        v.s.clear();
     return 0;
 }
 
@@ -119,7 +127,6 @@ int CHostMessageItem::SetInt(int value, int index) {
     ItemValue& v = Slot(static_cast<size_t>(index));
     v.kind = ItemValue::Int;
     v.i = value;
-    v.s.clear();
     return 0;
 }
 
@@ -287,11 +294,15 @@ int CHostMessage::Release() {
 }
 
 CHostMessageItem* CHostMessage::Item(int tag) {
-    for (auto& kv : m_items)
-        if (kv.first == tag) return kv.second.get();
+    const bool direct = tag >= 0 && tag < kDirectTags;
+    if (direct && m_direct[tag] != nullptr) return m_direct[tag];
+    if (!direct)
+        for (auto& kv : m_items)
+            if (kv.first == tag) return kv.second.get();
     auto* item = new CHostMessageItem(this);
     item->m_generation = m_generation;
     m_items.emplace_back(tag, std::unique_ptr<CHostMessageItem>(item));
+    if (direct) m_direct[tag] = item;
     return item;
 }
 
@@ -339,7 +350,6 @@ void CHostMessage::SetIntQuiet(CHostMessageItem* item, int value) {
     ItemValue& v = item->Slot(0);
     v.kind = ItemValue::Int;
     v.i = value;
-    v.s.clear();
 }
 
 int CHostMessage::Prepare(int packetType, int functionNo) {

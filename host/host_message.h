@@ -150,11 +150,13 @@ private:
     // empty and is reset when next touched, so clearing a pooled message
     // costs the same however many items it ever had.
     uint32_t m_generation = 1;
-    // Only the tags ever used on this object, in first-use order: a message
-    // carries a handful of items, so a linear scan beats any map. Items are
+    // Only the tags ever used on this object, in first-use order. Items are
     // never removed (pointers handed out stay valid while the message is
     // pooled).
     std::vector<std::pair<int, std::unique_ptr<CHostMessageItem>>> m_items;
+    // The same items of the common low tags by tag, found without a scan.
+    static constexpr int kDirectTags = 128;
+    CHostMessageItem* m_direct[kDirectTags] = {};
     std::vector<char> m_encoded;
 };
 

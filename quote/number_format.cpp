@@ -123,6 +123,13 @@ char* FormatFixed6(char* out, double value) {
     const bool negative = (bits >> 63) != 0;
     const int biased = static_cast<int>((bits >> 52) & 0x7ff);
     uint64_t mant = bits & ((uint64_t{1} << 52) - 1);
+    if ((bits << 1) == 0) {
+        // +-0, the most common quote value (fields the feed leaves empty).
+        char* p = out;
+        if (negative) *p++ = '-';
+        std::memcpy(p, "0.000000", 8);
+        return p + 8;
+    }
     {
         // Quotes are small decimals: below 2^43 millionths the product
         // t = |value| * 10^6 is within 2^-10 of the exact one, so when t is

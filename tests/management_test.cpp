@@ -86,7 +86,7 @@ tagArgHQInfo ArgRecord(const char* code, int g) {
 tagEXCHSTATUS ExchRecord(const char* exch, int g) {
     tagEXCHSTATUS r;
     memset(&r, 0, sizeof r);
-    snprintf(r.futu_exch_type, sizeof r.futu_exch_type, "%s", exch);
+    memcpy(r.futu_exch_type, exch, strnlen(exch, sizeof r.futu_exch_type - 1));
     snprintf(r.futu_status, sizeof r.futu_status, "%d", g % 10);
     r.can_trade = g % 10;
     return r;
