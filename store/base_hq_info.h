@@ -20,11 +20,11 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "frame/host_interfaces.h"
 #include "runtime/vl_sync.h"
+#include "store/key_index.h"
 #include "store/map_key.h"
 #include "store/quote_records.h"
 #include "store/snapshot_file.h"
@@ -392,7 +392,7 @@ private:
                             m_slotEntries[static_cast<size_t>(iOld) - 1] = nullptr;
                         delete it->second;
                         it->second = pSave;
-                        m_index.find(std::string_view(it->first.GetKey()))->second = pSave;  // indexed with the map
+                        m_index.Assign(std::string_view(it->first.GetKey()), pSave);
                     } else {
                         Insert(key, pSave);
                         ++iInserted;
@@ -421,17 +421,14 @@ private:
 
     // Entry of a key, or null: one hash probe instead of a walk of string
     // comparisons down the ordered map (every update does this lookup).
-    SaveType* Find(const CMapKey& key) const {
-        auto it = m_index.find(std::string_view(key.GetKey()));
-        return it != m_index.end() ? it->second : nullptr;
-    }
+    SaveType* Find(const CMapKey& key) const { return m_index.Find(std::string_view(key.GetKey())); }
 
     // Adds a new key to the map and the index; either both or, when memory
     // runs out (std::bad_alloc propagates), neither.
     void Insert(const CMapKey& key, SaveType* pSave) {
         auto it = m_szHQInfoMap.emplace(key, pSave).first;
         try {
-            m_index.emplace(std::string_view(it->first.GetKey()), pSave);
+            m_index.Insert(std::string_view(it->first.GetKey()), it->first.GetKey(), pSave);
         } catch (...) {
             m_szHQInfoMap.erase(it);
             throw;
@@ -440,7 +437,7 @@ private:
 
     void ClearEntries() {
         for (auto& kv : m_szHQInfoMap) delete kv.second;
-        m_index.clear();
+        m_index.Clear();
         m_szHQInfoMap.clear();
         m_slotEntries.clear();
     }
@@ -448,10 +445,10 @@ private:
     ILogService* m_lpLogService = nullptr;
     char m_cHQDBPath[1024];
     MapType m_szHQInfoMap;
-    // Hash index over the same entries, keyed by views of the map's own
-    // key texts (map nodes never move). The ordered map stays the one that
+    // Hash index over the same entries (long keys point at the map's own
+    // key texts; map nodes never move). The ordered map stays the one that
     // is walked: dumps, queries and sync answers list keys in order.
-    std::unordered_map<std::string_view, SaveType*> m_index;
+    tikron_store::KeyIndex<SaveType> m_index;
     VL::CThreadMutex m_maplock;
     tikron_store::SnapshotMirror m_file{kHeadSize, kSlotSize};
     std::vector<SaveType*> m_slotEntries;  // slot k's entry at k-1; not owning
