@@ -293,9 +293,8 @@ int CHostMessage::Release() {
     return 1;
 }
 
-CHostMessageItem* CHostMessage::Item(int tag) {
+CHostMessageItem* CHostMessage::NewItem(int tag) {
     const bool direct = tag >= 0 && tag < kDirectTags;
-    if (direct && m_direct[tag] != nullptr) return m_direct[tag];
     if (!direct)
         for (auto& kv : m_items)
             if (kv.first == tag) return kv.second.get();

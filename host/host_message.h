@@ -140,7 +140,13 @@ private:
     friend class CHostMessageFactory;
     friend class CHostMessageItem;
     void NoteUse() const;  // records a use after release
-    CHostMessageItem* Item(int tag);
+    // The item of a tag, made on first use; tags below kDirectTags are
+    // found without a call.
+    CHostMessageItem* Item(int tag) {
+        if (tag >= 0 && tag < kDirectTags && m_direct[tag] != nullptr) return m_direct[tag];
+        return NewItem(tag);
+    }
+    CHostMessageItem* NewItem(int tag);
     static void SetIntQuiet(CHostMessageItem* item, int value);
 
     CHostMessageFactory* m_factory;

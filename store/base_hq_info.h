@@ -116,11 +116,12 @@ public:
         m_dwRecvNum.fetch_add(1, std::memory_order_relaxed);
         if (pRec == nullptr) return -1;
         VL::CAutoLock lock(m_maplock);
-        CMapKey key = MakeKey(*pRec);
-        if (SaveType* pOld = Find(key)) {
+        char szKey[32];
+        if (SaveType* pOld = m_index.Find(KeyText(*pRec, szKey))) {
             std::memcpy(&pOld->szHQInfo, pRec, sizeof(T));
             WriteToFile(pOld, 0);
         } else {
+            const CMapKey key(szKey);
             SaveType* pSave = new (std::nothrow) SaveType;
             if (pSave == nullptr) {
                 Log("CBaseHQInfo::AddHQInfo", "new T fail!");
@@ -156,7 +157,8 @@ public:
     int GetHQInfo(T* pRec) {
         if (pRec == nullptr) return -1;
         VL::CAutoLock lock(m_maplock);
-        const SaveType* pSave = Find(MakeKey(*pRec));
+        char szKey[32];
+        const SaveType* pSave = m_index.Find(KeyText(*pRec, szKey));
         if (pSave == nullptr) return 0;
         std::memcpy(pRec, &pSave->szHQInfo, sizeof(T));
         return 1;
@@ -309,14 +311,21 @@ protected:
     }
 
 private:
-    static CMapKey MakeKey(const T& rec) {
-        // 32-byte zeroed scratch as the key text; the copy is bounded by the
-        // scratch and by the record so an unterminated field cannot overrun.
-        char szKey[32] = {0};
+    // Key text of a record in a 32-byte scratch: the copy is bounded by the
+    // scratch and by the record so an unterminated field cannot overrun.
+    static std::string_view KeyText(const T& rec, char (&szKey)[32]) {
         const char* p = Traits::GetKey(rec);
         size_t maxLen = sizeof szKey - 1;
         if (maxLen > sizeof(T)) maxLen = sizeof(T);
-        std::memcpy(szKey, p, strnlen(p, maxLen));
+        const size_t n = strnlen(p, maxLen);
+        std::memcpy(szKey, p, n);
+        szKey[n] = '\0';
+        return std::string_view(szKey, n);
+    }
+
+    static CMapKey MakeKey(const T& rec) {
+        char szKey[32];
+        KeyText(rec, szKey);
         return CMapKey(szKey);
     }
 
@@ -418,10 +427,6 @@ private:
         if (bOk) Log("CBaseHQInfo::LoadFromFile", "从文件%s中读出: %d 笔行情!", m_cHQDBPath, iInserted);
         return bOk;
     }
-
-    // Entry of a key, or null: one hash probe instead of a walk of string
-    // comparisons down the ordered map (every update does this lookup).
-    SaveType* Find(const CMapKey& key) const { return m_index.Find(std::string_view(key.GetKey())); }
 
     // Adds a new key to the map and the index; either both or, when memory
     // runs out (std::bad_alloc propagates), neither.
