@@ -37,15 +37,6 @@ int CHostMessageItem::QueryInterface(const char*, IKnown** out) {
     return 0;
 }
 
-bool CHostMessageItem::Stale() const { return m_generation != m_owner->m_generation; }
-
-void CHostMessageItem::Sync() {
-    if (!Stale()) return;
-    m_count = 0;
-    m_rawLen = 0;  // value and raw storage are kept for reuse
-    m_generation = m_owner->m_generation;
-}
-
 const char* CHostMessageItem::GetString(int index) {
     m_owner->NoteUse();
     Sync();
@@ -71,6 +62,7 @@ int CHostMessageItem::GetInt(int index) {
 
 ItemValue& CHostMessageItem::Slot(size_t index) {
     Sync();
+    if (index < m_count) return m_values[index];
     // Slots past m_count may hold an earlier message's values: the ones now
     // coming into use are emptied first.
     if (m_values.size() <= index) m_values.resize(index + 1);

@@ -62,9 +62,9 @@ public:
 private:
     friend class CHostMessage;
     // The item was last written before its message was cleared: it is empty.
-    bool Stale() const;
+    inline bool Stale() const;
     // Brings a stale item to the empty state before it is read or written.
-    void Sync();
+    inline void Sync();
     CHostMessage* m_owner;
     uint32_t m_generation = 0;  // the message's generation this item belongs to
     // Storage only grows; the first m_count values are this message's.
@@ -165,6 +165,15 @@ private:
     CHostMessageItem* m_direct[kDirectTags] = {};
     std::vector<char> m_encoded;
 };
+
+inline bool CHostMessageItem::Stale() const { return m_generation != m_owner->m_generation; }
+
+inline void CHostMessageItem::Sync() {
+    if (!Stale()) return;
+    m_count = 0;
+    m_rawLen = 0;  // value and raw storage are kept for reuse
+    m_generation = m_owner->m_generation;
+}
 
 // Encoding helpers (also used by tools): 0 on success, negative when malformed.
 std::vector<char> EncodeMessage(const MessageSnapshot& m);
