@@ -152,13 +152,6 @@ int CHostMessageItem::GetCount() {
     return static_cast<int>(m_count);
 }
 
-void CHostMessageItem::Clear() {
-    Sync();
-    // Value storage is kept for the next message of the pool.
-    m_count = 0;
-    m_rawLen = 0;  // storage kept for the next message
-}
-
 // --- snapshots ---------------------------------------------------------------
 
 std::string ItemSnapshot::Str(int index) const {

@@ -54,7 +54,6 @@ public:
     int SetRawData(const void* data, int len) override;    // len <= 0 clears
     int GetCount() override;  // highest set index + 1
 
-    void Clear();
     bool Empty() const { return Stale() || (m_count == 0 && m_rawLen == 0); }
     std::vector<ItemValue> Values() const;  // the values in use
     std::vector<char> Raw() const;
