@@ -38,6 +38,7 @@
 #include "host/host_emulator.h"
 #include "kos/kavle2.h"
 #include "bench/bench_quotes.h"
+#include "bench/bench_service.h"
 #include "store/hq_tables.h"
 
 namespace {
@@ -162,44 +163,21 @@ private:
     std::thread m_thread;
 };
 
-// The service object with its four tables (snapshot files in a scratch
-// directory), the library's UDP receiver, and a counting neighbour.
+// The benchmark service behind the library's UDP receiver.
 class PluginReceiver : public Receiver {
 public:
     PluginReceiver() {
-        char tmpl[] = "/tmp/tikron_udpb_XXXXXX";
-        m_dir = mkdtemp(tmpl) ? tmpl : "/tmp";
-        g_lpMsgFactory = &m_factory;
-        m_svc = new CTIKRONServiceImpl();
-        m_center.SetMode(hostemu::CHostNeighbour::CountOnly);
-        m_svc->RegisterPrevService(&m_center);
-        m_svc->m_pPacker = m_pack.GetPacker(33);
-        m_svc->m_pTIKRONInfo = new CTIKRONInfo((m_dir + "/tikron.db").c_str());
-        m_svc->m_pTIKRONInfo_EX = new CTIKRONInfo_EX((m_dir + "/tikron_ex.db").c_str());
-        m_svc->m_pTIKRONARGInfo = new CTIKRONARGInfo((m_dir + "/tikronarg.db").c_str());
-        m_svc->m_pFUTUExchStatusInfo = new CExchStatusInfo((m_dir + "/status.db").c_str());
-        m_udp.Init(0, CTIKRONServiceImpl::OnUDPReceive, m_svc);
+        m_udp.Init(0, CTIKRONServiceImpl::OnUDPReceive, &m_service.Svc());
         m_udp.SetRecvBufLen(kBufBytes);
     }
-    ~PluginReceiver() override {
-        m_udp.Destroy();
-        m_svc->Release();
-        g_lpMsgFactory = nullptr;
-        (void)system(("rm -rf '" + m_dir + "'").c_str());
-    }
+    // The receiver stops before the service goes.
+    ~PluginReceiver() override { m_udp.Destroy(); }
     unsigned Port() override { return m_udp.GetPort(); }
-    long Handled() override { return static_cast<long>(m_center.Count() / 3); }
+    long Handled() override { return static_cast<long>(m_service.Published() / 3); }
     void Start() override { m_udp.Start(); }
-    unsigned long Received() const { return m_udp.GetRecvCount(); }
 
 private:
-    std::string m_dir;
-    // No quarantine: a production host reuses a released message at once
-    // (the default quarantine is a test aid for use-after-release detection).
-    hostemu::CHostMessageFactory m_factory{0};
-    hostemu::CHostPackSvr m_pack;
-    hostemu::CHostNeighbour m_center{"mc"};
-    CTIKRONServiceImpl* m_svc;
+    benchquotes::BenchService m_service{"/tmp/tikron_udpb_XXXXXX"};
     KAVLE2::CUDPBroadcast m_udp;
 };
 

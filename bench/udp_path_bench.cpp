@@ -16,6 +16,7 @@
 #include "host/host_emulator.h"
 #include "quote/quote_text.h"
 #include "bench/bench_quotes.h"
+#include "bench/bench_service.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
 #include "udp/udp_publish.h"
@@ -26,41 +27,16 @@ using benchquotes::kContracts;
 
 using benchquotes::MakeDatagrams;
 
-// Service with its four tables in a scratch directory and a counting
-// neighbour as the next service.
+// The benchmark service and the datagrams it is fed.
 class Fixture {
 public:
-    Fixture() {
-        char tmpl[] = "/tmp/tikron_pathb_XXXXXX";
-        m_dir = mkdtemp(tmpl) ? tmpl : "/tmp";
-        g_lpMsgFactory = &m_factory;
-        m_svc = new CTIKRONServiceImpl();
-        m_center.SetMode(hostemu::CHostNeighbour::CountOnly);
-        m_svc->RegisterPrevService(&m_center);
-        m_svc->m_pPacker = m_pack.GetPacker(33);
-        m_svc->m_pTIKRONInfo = new CTIKRONInfo((m_dir + "/tikron.db").c_str());
-        m_svc->m_pTIKRONInfo_EX = new CTIKRONInfo_EX((m_dir + "/tikron_ex.db").c_str());
-        m_svc->m_pTIKRONARGInfo = new CTIKRONARGInfo((m_dir + "/tikronarg.db").c_str());
-        m_svc->m_pFUTUExchStatusInfo = new CExchStatusInfo((m_dir + "/status.db").c_str());
-        m_grams = MakeDatagrams();
-    }
-    ~Fixture() {
-        m_svc->Release();
-        g_lpMsgFactory = nullptr;
-        (void)system(("rm -rf '" + m_dir + "'").c_str());
-    }
-    CTIKRONServiceImpl& Svc() { return *m_svc; }
+    Fixture() : m_grams(MakeDatagrams()) {}
+    CTIKRONServiceImpl& Svc() { return m_service.Svc(); }
     const std::string& Gram(long i) const { return m_grams[static_cast<size_t>(i % kContracts)]; }
-    size_t Published() const { return m_center.Count(); }
+    size_t Published() const { return m_service.Published(); }
 
 private:
-    std::string m_dir;
-    // No quarantine: a production host reuses a released message at once
-    // (the default quarantine is a test aid for use-after-release detection).
-    hostemu::CHostMessageFactory m_factory{0};
-    hostemu::CHostPackSvr m_pack;
-    hostemu::CHostNeighbour m_center{"mc"};
-    CTIKRONServiceImpl* m_svc;
+    benchquotes::BenchService m_service{"/tmp/tikron_pathb_XXXXXX"};
     std::vector<std::string> m_grams;
 };
 
