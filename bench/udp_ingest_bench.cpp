@@ -38,8 +38,8 @@
 #include "host/host_emulator.h"
 #include "kos/kavle2.h"
 #include "bench/bench_quotes.h"
-#include "bench/bench_service.h"
 #include "store/hq_tables.h"
+#include "udp/scratch_service.h"
 
 namespace {
 
@@ -163,21 +163,22 @@ private:
     std::thread m_thread;
 };
 
-// The benchmark service behind the library's UDP receiver.
+// The service behind the library's UDP receiver, counting what it publishes.
 class PluginReceiver : public Receiver {
 public:
-    PluginReceiver() {
+    PluginReceiver() : m_service(0) {
+        m_service.Center().SetMode(hostemu::CHostNeighbour::CountOnly);
         m_udp.Init(0, CTIKRONServiceImpl::OnUDPReceive, &m_service.Svc());
         m_udp.SetRecvBufLen(kBufBytes);
     }
     // The receiver stops before the service goes.
     ~PluginReceiver() override { m_udp.Destroy(); }
     unsigned Port() override { return m_udp.GetPort(); }
-    long Handled() override { return static_cast<long>(m_service.Published() / 3); }
+    long Handled() override { return static_cast<long>(m_service.Center().Count() / 3); }
     void Start() override { m_udp.Start(); }
 
 private:
-    benchquotes::BenchService m_service{"/tmp/tikron_udpb_XXXXXX"};
+    tikron_udp::ScratchService m_service;
     KAVLE2::CUDPBroadcast m_udp;
 };
 

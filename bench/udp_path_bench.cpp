@@ -16,9 +16,9 @@
 #include "host/host_emulator.h"
 #include "quote/quote_text.h"
 #include "bench/bench_quotes.h"
-#include "bench/bench_service.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
+#include "udp/scratch_service.h"
 #include "udp/udp_publish.h"
 
 namespace {
@@ -27,16 +27,18 @@ using benchquotes::kContracts;
 
 using benchquotes::MakeDatagrams;
 
-// The benchmark service and the datagrams it is fed.
+// The service, counting what it publishes, and the datagrams it is fed.
 class Fixture {
 public:
-    Fixture() : m_grams(MakeDatagrams()) {}
+    Fixture() : m_service(0), m_grams(MakeDatagrams()) {
+        m_service.Center().SetMode(hostemu::CHostNeighbour::CountOnly);
+    }
     CTIKRONServiceImpl& Svc() { return m_service.Svc(); }
     const std::string& Gram(long i) const { return m_grams[static_cast<size_t>(i % kContracts)]; }
-    size_t Published() const { return m_service.Published(); }
+    size_t Published() { return m_service.Center().Count(); }
 
 private:
-    benchquotes::BenchService m_service{"/tmp/tikron_pathb_XXXXXX"};
+    tikron_udp::ScratchService m_service;
     std::vector<std::string> m_grams;
 };
 

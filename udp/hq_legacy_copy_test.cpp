@@ -17,6 +17,7 @@
 #include "host/host_pack.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
+#include "udp/scratch_service.h"
 
 namespace {
 
@@ -55,31 +56,15 @@ std::string RandomText(std::mt19937& gen) {
 
 class LegacyCopy : public testing::Test {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/tikron_udpl_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir_ = tmpl;
-        g_lpMsgFactory = &factory_;
-        svc_ = new CTIKRONServiceImpl();
-        svc_->RegisterPrevService(&center_);
-        svc_->m_pPacker = packSvr_.GetPacker(33);
-        svc_->m_pTIKRONInfo = new CTIKRONInfo((dir_ + "/l.db").c_str());
-        svc_->m_pTIKRONInfo_EX = new CTIKRONInfo_EX((dir_ + "/e.db").c_str());
-        svc_->m_pTIKRONARGInfo = new CTIKRONARGInfo((dir_ + "/a.db").c_str());
-        svc_->m_pFUTUExchStatusInfo = new CExchStatusInfo((dir_ + "/s.db").c_str());
-    }
     void TearDown() override {
-        svc_->Release();
-        g_lpMsgFactory = nullptr;
+        service_.Close();
         EXPECT_EQ(0u, factory_.Stats().live);
-        (void)system(("rm -rf '" + dir_ + "'").c_str());
     }
 
-    std::string dir_;
-    hostemu::CHostMessageFactory factory_;
-    hostemu::CHostPackSvr packSvr_;
-    hostemu::CHostNeighbour center_{"mc"};
-    CTIKRONServiceImpl* svc_ = nullptr;
+    tikron_udp::ScratchService service_;
+    CTIKRONServiceImpl* svc_ = &service_.Svc();
+    hostemu::CHostMessageFactory& factory_ = service_.Factory();
+    hostemu::CHostNeighbour& center_ = service_.Center();
 };
 
 TEST_F(LegacyCopy, PublishedLegacyRecordEqualsTheLegacyParse) {

@@ -14,6 +14,7 @@
 #include "host/host_emulator.h"
 #include "store/hq_tables.h"
 #include "udp/push_counter.h"
+#include "udp/scratch_service.h"
 
 namespace {
 
@@ -37,26 +38,13 @@ const char kTypes[] = {'0', '9', 'A', 'B', 'C', '3', 'F', 'E', 'S', 'D', 'X', 'Y
 class Dispatch : public testing::Test {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/tikron_udpd_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir_ = tmpl;
-        g_lpMsgFactory = &factory_;
-        svc_ = new CTIKRONServiceImpl();
-        svc_->RegisterPrevService(&center_);
         center_.SetMode(hostemu::CHostNeighbour::CountOnly);
-        svc_->m_pPacker = packSvr_.GetPacker(33);
         svc_->m_lpLogService = &log_;
-        svc_->m_pTIKRONInfo = new CTIKRONInfo((dir_ + "/l.db").c_str());
-        svc_->m_pTIKRONInfo_EX = new CTIKRONInfo_EX((dir_ + "/e.db").c_str());
-        svc_->m_pTIKRONARGInfo = new CTIKRONARGInfo((dir_ + "/a.db").c_str());
-        svc_->m_pFUTUExchStatusInfo = new CExchStatusInfo((dir_ + "/s.db").c_str());
     }
     void TearDown() override {
-        svc_->Release();
-        g_lpMsgFactory = nullptr;
+        service_.Close();
         EXPECT_EQ(0u, factory_.Stats().live);
         EXPECT_EQ(0u, factory_.Stats().doubleReleases);
-        (void)system(("rm -rf '" + dir_ + "'").c_str());
     }
     // Through the heap like a queued block: exactly len bytes, so any read
     // past the datagram is caught by the address sanitizer.
@@ -87,12 +75,11 @@ protected:
         }
     }
 
-    std::string dir_;
-    hostemu::CHostMessageFactory factory_;
-    hostemu::CHostPackSvr packSvr_;
-    hostemu::CHostLog log_;
-    hostemu::CHostNeighbour center_{"mc"};
-    CTIKRONServiceImpl* svc_ = nullptr;
+    hostemu::CHostLog log_;  // outlives the service that logs to it
+    tikron_udp::ScratchService service_;
+    CTIKRONServiceImpl* svc_ = &service_.Svc();
+    hostemu::CHostMessageFactory& factory_ = service_.Factory();
+    hostemu::CHostNeighbour& center_ = service_.Center();
 };
 
 TEST_F(Dispatch, ResultsAndGates) {
