@@ -1,13 +1,17 @@
 // 620003 publications republished under other issue types as the conversion
 // switches ask: quote records <-> quote texts, and 33101 report texts into
 // the extended (23) and legacy (17) report records. 23 and 17 themselves are
-// never converted here.
+// never converted here. Quote bodies are those of the UDP publications, so
+// a peer's intake takes a converted record like one from UDP; a text that
+// does not parse is converted all the same, with what the parser left in
+// the zeroed record.
 #include <cstring>
 
 #include "frame/service_log.h"
 #include "quote/quote_text.h"
 #include "report/report_publish.h"
 #include "report/report_text.h"
+#include "udp/udp_publish.h"
 
 namespace {
 
@@ -52,20 +56,13 @@ struct Publisher {
         k.rawLen = keyLen;
         tikron::PublishMessage(svc, packer, target, k, body);
     }
-    void Text(int issueType, const char* text) const {
-        Send(issueType, [&](IF2Packer& p) {
-            tikron::AddTextColumn(p, "QH");
-            p.AddStr(text);
-        });
+    void Quote(int issueType, const tikron_udp::Body& body) const {
+        Send(issueType, [&](IF2Packer& p) { tikron_udp::AddBody(p, body); });
     }
-    // Quote record; type < 0 leaves out the "type" column.
-    void Quote(int issueType, int type, const void* rec, int size) const {
-        Send(issueType, [&](IF2Packer& p) {
-            if (type >= 0) tikron::AddStrColumn(p, "type");
-            tikron::AddRawColumn(p, "futu_hq_raw");
-            if (type >= 0) p.AddInt(type);
-            p.PackRaw(rec, size);
-        });
+    void Text(int issueType, const char* text) const { Quote(issueType, tikron_udp::TextBody(text, 1024)); }
+    template <typename T>
+    void Record(int issueType, int type, const T& rec) const {
+        Quote(issueType, tikron_udp::RawQuoteBody(type, &rec, static_cast<int>(sizeof rec)));
     }
     void Report(int issueType, char ly, const void* rec, int size) const {
         Send(issueType, [&](IF2Packer& p) {
@@ -76,10 +73,6 @@ struct Publisher {
         });
     }
 };
-
-void ParseFailed(CTIKRONServiceImpl& svc, int issue, int r) {
-    TikronLog(svc.m_lpLogService, kFn, "convert %d fail, result: %d!", issue, r);
-}
 
 }  // namespace
 
@@ -139,7 +132,7 @@ int CTIKRONServiceImpl::DealFUTUIssueeConvert(IESBMessage* msg, IMessageService*
                     tagHQInfo legacy;
                     std::memset(&legacy, 0, sizeof legacy);
                     ConvertHq22To16(&rec, legacy);
-                    out.Quote(16, 1, &legacy, sizeof legacy);
+                    out.Record(16, tikron_udp::kTypeSingleLeg, legacy);
                 }
                 if (m_convert22to33100 != 0) {
                     const char* t = Convert22To33100(&rec, text, sizeof text);
@@ -189,27 +182,17 @@ int CTIKRONServiceImpl::DealFUTUIssueeConvert(IESBMessage* msg, IMessageService*
         case 33100:
             if (m_convert33100to22 != 0 || m_convert33100to16 != 0) {
                 const char* qh = u->GetStr("QH");
-                // A quote text that does not parse is not republished: an
-                // empty record would reach the peers' tables.
                 if (m_convert33100to22 != 0) {
                     tagHQInfo_EX rec;
                     std::memset(&rec, 0, sizeof rec);
-                    const int pr = Convert33100To22(qh, &rec);
-                    if (pr == 0) {
-                        out.Quote(22, 1, &rec, sizeof rec);
-                    } else {
-                        ParseFailed(*this, 33100, pr);
-                    }
+                    Convert33100To22(qh, &rec);
+                    out.Record(22, tikron_udp::kTypeSingleLeg, rec);
                 }
                 if (m_convert33100to16 != 0) {
                     tagHQInfo rec;
                     std::memset(&rec, 0, sizeof rec);
-                    const int pr = Convert33100To16(qh, &rec);
-                    if (pr == 0) {
-                        out.Quote(16, 1, &rec, sizeof rec);
-                    } else {
-                        ParseFailed(*this, 33100, pr);
-                    }
+                    Convert33100To16(qh, &rec);
+                    out.Record(16, tikron_udp::kTypeSingleLeg, rec);
                 }
             }
             break;
@@ -217,24 +200,16 @@ int CTIKRONServiceImpl::DealFUTUIssueeConvert(IESBMessage* msg, IMessageService*
             if (m_convert33102to18 != 0) {
                 tagArgHQInfo rec;
                 std::memset(&rec, 0, sizeof rec);
-                const int pr = Convert33102To18(u->GetStr("QH"), &rec);
-                if (pr == 0) {
-                    out.Quote(18, 9, &rec, sizeof rec);
-                } else {
-                    ParseFailed(*this, 33102, pr);
-                }
+                Convert33102To18(u->GetStr("QH"), &rec);
+                out.Record(18, tikron_udp::kTypeArbitrage, rec);
             }
             break;
         case 33105:
             if (m_convert33105to24 != 0) {
                 tagEXCHSTATUS rec;
                 std::memset(&rec, 0, sizeof rec);
-                const int pr = Convert33105To24(u->GetStr("QH"), &rec);
-                if (pr == 0) {
-                    out.Quote(24, -1, &rec, sizeof rec);
-                } else {
-                    ParseFailed(*this, 33105, pr);
-                }
+                Convert33105To24(u->GetStr("QH"), &rec);
+                out.Quote(24, tikron_udp::RawExchStatusBody(&rec, static_cast<int>(sizeof rec)));
             }
             break;
         default:

@@ -285,11 +285,16 @@ TEST_F(Convert, QuoteRecordsAndTexts) {
     PackedBody sb;
     sb.columns = {{"futu_exch_status_raw", 'R', 10240, 4}};
     sb.rows = {{PackCell::Raw(&st, sizeof st)}};
+    // The converted 24 has the body of the UDP exchange-status publication,
+    // which the 24 conversion itself reads back.
     b = roundTrip(24, sb, 33105);
     ASSERT_EQ(1u, b.rows.size());
     ASSERT_EQ(1u, b.columns.size());
-    EXPECT_EQ("futu_hq_raw", b.columns[0].name);
+    EXPECT_EQ("futu_exch_status_raw", b.columns[0].name);
+    EXPECT_EQ('R', b.columns[0].type);
+    EXPECT_EQ(1024, b.columns[0].width);
     EXPECT_EQ(Bytes(&st, sizeof st), b.rows[0][0].bytes);
+    EXPECT_EQ(Bytes(&st, sizeof st), roundTrip(24, b, 33105).rows.at(0).at(0).bytes);
 
     // 18 -> 33102 -> 18 with "type" 9.
     tagArgHQInfo a;
@@ -306,10 +311,45 @@ TEST_F(Convert, QuoteRecordsAndTexts) {
     EXPECT_EQ(PackCell(9), b.rows[0][0]);
     EXPECT_EQ(Bytes(&a, sizeof a), b.rows[0][1].bytes);
 
-    // A quote text that does not parse is not republished.
-    h->Center().Clear();
-    Post(33100, QuoteText("garbage"));
-    EXPECT_TRUE(Published(0).empty());
+    // A text that does not parse is converted all the same, with what the
+    // parser left in the zeroed record.
+    struct Broken {
+        int issue;
+        std::string text;
+        std::vector<int> out;
+        std::vector<std::string> records;  // expected record bytes per output
+    };
+    tagHQInfo_EX ex22;
+    tagHQInfo ex16;
+    tagArgHQInfo ex18;
+    tagEXCHSTATUS ex24;
+    std::memset(&ex22, 0, sizeof ex22);
+    std::memset(&ex16, 0, sizeof ex16);
+    std::memset(&ex18, 0, sizeof ex18);
+    std::memset(&ex24, 0, sizeof ex24);
+    const std::string t100 = "IF2412\x01" "3850.2\x01" "x", t102 = "SP a&b\x01" "F2", t105 = "F9\x01" "2";
+    EXPECT_NE(0, Convert33100To22(t100.c_str(), &ex22));
+    EXPECT_NE(0, Convert33100To16(t100.c_str(), &ex16));
+    EXPECT_NE(0, Convert33102To18(t102.c_str(), &ex18));
+    EXPECT_NE(0, Convert33105To24(t105.c_str(), &ex24));
+    Broken broken[] = {
+        {33100, t100, {22, 16}, {Bytes(&ex22, sizeof ex22), Bytes(&ex16, sizeof ex16)}},
+        {33102, t102, {18}, {Bytes(&ex18, sizeof ex18)}},
+        {33105, t105, {24}, {Bytes(&ex24, sizeof ex24)}},
+    };
+    for (const Broken& c : broken) {
+        h->Center().Clear();
+        Post(c.issue, QuoteText(c.text));
+        out = Published(c.out.size());
+        ASSERT_EQ(c.out.size(), out.size()) << c.issue;
+        for (size_t i = 0; i < out.size(); ++i) {
+            EXPECT_EQ(c.out[i], out[i].IssueType()) << c.issue;
+            b = frametest::Decode(out[i].Body());
+            ASSERT_EQ(1u, b.rows.size()) << c.issue;
+            EXPECT_EQ(c.records[i], b.rows[0].back().bytes) << c.issue << " -> " << c.out[i];
+        }
+    }
+    EXPECT_EQ(0u, h->Log().CountContaining("convert 33")) << "no extra log line";
 }
 
 // Only "convert22to33100": a 22 publication gives only 33100, long code or not.

@@ -4,23 +4,7 @@
 
 namespace tikron_udp {
 
-namespace {
-
-const char* const kFn = "CTIKRONServiceImpl::TransferMsg";
-
-// Packs the key columns and their one row; 0 or the first failing call's result.
-int PackKey(IF2Packer& p, const KeyColumn* keys, int keyCount) {
-    p.BeginPack();
-    for (int i = 0; i < keyCount; ++i) p.AddField(keys[i].name, 'S', 255, 4);
-    for (int i = 0; i < keyCount; ++i) {
-        int r = keys[i].isInt ? p.AddInt(keys[i].number) : p.AddStr(keys[i].text ? keys[i].text : "");
-        if (r < 0) return r;
-    }
-    return p.EndPack();
-}
-
-int PackBody(IF2Packer& p, const Body& b) {
-    p.BeginPack();
+int AddBody(IF2Packer& p, const Body& b) {
     int r = 0;
     switch (b.kind) {
         case Body::RawWithType:
@@ -40,6 +24,27 @@ int PackBody(IF2Packer& p, const Body& b) {
             r = p.AddStr(b.text ? b.text : "");
             break;
     }
+    return r;
+}
+
+namespace {
+
+const char* const kFn = "CTIKRONServiceImpl::TransferMsg";
+
+// Packs the key columns and their one row; 0 or the first failing call's result.
+int PackKey(IF2Packer& p, const KeyColumn* keys, int keyCount) {
+    p.BeginPack();
+    for (int i = 0; i < keyCount; ++i) p.AddField(keys[i].name, 'S', 255, 4);
+    for (int i = 0; i < keyCount; ++i) {
+        int r = keys[i].isInt ? p.AddInt(keys[i].number) : p.AddStr(keys[i].text ? keys[i].text : "");
+        if (r < 0) return r;
+    }
+    return p.EndPack();
+}
+
+int PackBody(IF2Packer& p, const Body& b) {
+    p.BeginPack();
+    const int r = AddBody(p, b);
     if (r < 0) return r;
     return p.EndPack();
 }

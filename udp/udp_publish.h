@@ -50,6 +50,12 @@ inline Body TextBody(const char* text, int width) {
     return {Body::Text, "QH", width, 0, nullptr, 0, text};
 }
 
+// Declares the body's columns and adds its one row on a packer between
+// BeginPack and EndPack; 0 or the first failing call's result. Every
+// publication of a quote record or text, from UDP or converted, has one of
+// these bodies.
+int AddBody(IF2Packer& p, const Body& b);
+
 enum PublishResult {
     PUBLISHED = 0,     // taken by the next service
     NOT_TAKEN = 1,     // refused by the chain; released here
