@@ -40,8 +40,8 @@ struct SyncAnswerSpec {
 // Stores every row of a peer's answer (body in item 8) with AddHQInfo(rec, 3)
 // and removes its serial (item 11) from the pending requests. `extra` is
 // called with each stored record. 0, -1 no body, -2 no unpacker, the Open
-// result, -3 a row of the wrong size (rows before it stay stored, the
-// serial stays pending).
+// result, -3 a row of the wrong size or without its raw column (a named-
+// column answer): rows before it stay stored, the serial stays pending.
 template <typename T, typename Table, typename Extra>
 int StoreSyncAnswer(CTIKRONServiceImpl* svc, Table* table, IESBMessage* msg, CMessageServiceThread* thread,
                     const SyncAnswerSpec& desc, Extra extra) {
@@ -61,18 +61,19 @@ int StoreSyncAnswer(CTIKRONServiceImpl* svc, Table* table, IESBMessage* msg, CMe
     while (up->IsEOF() == 0) {
         int rawLen = 0;
         const void* raw = up->GetRaw(desc.rawField, &rawLen);
-        if (raw == nullptr) rawLen = 0;
-        if (desc.checkSize && rawLen != static_cast<int>(sizeof(T))) {
+        if (raw == nullptr || rawLen < 0) rawLen = 0;
+        // A row without its raw column (named columns) is refused like a
+        // row of the wrong size: storing the unchanged buffer would file a
+        // stale or zeroed record and clear the request as if it had worked.
+        if (rawLen == 0 || (desc.checkSize && rawLen != static_cast<int>(sizeof(T)))) {
             TikronLog(svc->m_lpLogService, desc.function,
                       "取出的数据与数据结果不一样, raw 大小: %d, 结构大小: %d!", rawLen, static_cast<int>(sizeof(T)));
             return -3;
         }
         // At most the record size is copied; a shorter row overwrites only
         // its own length of the buffer, as an unchecked copy would.
-        if (rawLen > 0) {
-            std::size_t n = static_cast<std::size_t>(rawLen) < sizeof rec ? static_cast<std::size_t>(rawLen) : sizeof rec;
-            std::memcpy(&rec, raw, n);
-        }
+        std::size_t n = static_cast<std::size_t>(rawLen) < sizeof rec ? static_cast<std::size_t>(rawLen) : sizeof rec;
+        std::memcpy(&rec, raw, n);
         if (table != nullptr) table->AddHQInfo(&rec, 3);
         extra(rec);
         up->Next();

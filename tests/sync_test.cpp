@@ -58,11 +58,10 @@ TEST_F(Sync, AnswersOfOneNodeRefillTheNextWithIdenticalRecords) {
     PutExch(Exch("F1", "2", 1));
     PutExch(Exch("F3", "1", 0));
 
-    std::map<int, MessageSnapshot> answers;
+    std::map<int, MessageSnapshot> answers, named;
     for (int f : kSyncFunctions) {
-        MessageSnapshot a;
-        ASSERT_TRUE(Ask(f, ResultType(0), &a, 0, /*inKeyItem*/ true)) << f;
-        answers[f] = a;
+        ASSERT_TRUE(Ask(f, ResultType(0), &answers[f], 0, /*inKeyItem*/ true)) << f;
+        ASSERT_TRUE(Ask(f, ResultType(1), &named[f], 0, true)) << f;
     }
     EXPECT_EQ(3u, RawRows(answers[620202]).size());
     EXPECT_EQ(2u, RawRows(answers[620203]).size());
@@ -78,7 +77,18 @@ TEST_F(Sync, AnswersOfOneNodeRefillTheNextWithIdenticalRecords) {
 
     Restart("subscibetomc=\"0\"", kSyncRequests);
     ASSERT_EQ(4u, Pending());
+    // Named columns carry no raw record: refused at the first row, nothing
+    // stored, every serial still pending.
     int id = 1;
+    for (int f : kSyncFunctions) Feed(named[f].Body(), f, id++);
+    for (int size : {308, 128, 328, 12}) {
+        const std::string line = "取出的数据与数据结果不一样, raw 大小: 0, 结构大小: " + std::to_string(size) + "!";
+        EXPECT_TRUE(WaitUntil([&] { return host_->Log().CountContaining(line) == 1u; })) << size;
+    }
+    EXPECT_EQ(4u, Pending());
+    EXPECT_EQ(0u, svc_->GetTIKRONInfo()->GetCount() + svc_->GetTIKRONInfo_EX()->GetCount() +
+                      svc_->GetTIKRONARGInfo()->GetCount() + svc_->GetExchStatusInfo()->GetCount());
+    id = 1;
     for (int f : kSyncFunctions) Feed(answers[f].Body(), f, id++);
     for (const char* receipt : {"收到单腿行情的同步应答, 包序号: 1!", "收到组合行情的同步应答, 包序号: 2!",
                                 "收到单腿行情(扩展)的同步应答, 包序号: 3!", "收到交易所状态的同步应答, 包序号: 4!"})
