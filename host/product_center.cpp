@@ -1,5 +1,7 @@
 #include "host/product_center.h"
 
+#include <iterator>
+
 #include "host/host_pack.h"
 
 namespace product {
@@ -75,10 +77,13 @@ void LocalCenter::FromPlugin(const hostemu::MessageSnapshot& msg) {
 
 void LocalCenter::ToPlugin(const hostemu::MessageSpec& msg) {
     if (msg.packetType != 1 || !IsPeerRequest(msg.functionNo)) return;
+    const auto now = std::chrono::steady_clock::now();
     std::lock_guard<std::mutex> lock(m_mutex);
     auto it = m_pending.find(msg.packetId);
     if (it != m_pending.end() && it->second.FunctionNo() == msg.functionNo) m_pending.erase(it);
-    m_answered[msg.packetId] = std::chrono::steady_clock::now();
+    for (auto a = m_answered.begin(); a != m_answered.end();)
+        a = now - a->second >= kAnswerGrace ? m_answered.erase(a) : std::next(a);
+    m_answered[msg.packetId] = now;
 }
 
 std::vector<hostemu::MessageSnapshot> LocalCenter::Pending() const {

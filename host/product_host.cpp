@@ -132,11 +132,15 @@ int ProductHost::PostIn(const hostemu::MessageSpec& spec, IMessageService* from)
 }
 
 void ProductHost::OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCenter) {
-    json line = MessageToJson(msg);
+    json line;  // made only when someone reads it
+    auto lineOf = [&]() -> const json& {
+        if (line.is_null()) line = MessageToJson(msg);
+        return line;
+    };
     {
         std::lock_guard<std::mutex> lock(m_outMutex);
         if (m_out != nullptr) {
-            std::string text = DumpLine(line);
+            std::string text = DumpLine(lineOf());
             text.push_back('\n');
             fwrite(text.data(), 1, text.size(), m_out);
             fflush(m_out);
@@ -146,9 +150,9 @@ void ProductHost::OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCe
     {
         std::lock_guard<std::mutex> lock(m_watchMutex);
         for (Watch* w : m_watches) {
-            w->lines.push_back(line);
+            w->lines.push_back(lineOf());
             if (msg.PacketType() == 1 && msg.FunctionNo() == w->function && msg.PacketId() == w->packetId)
-                w->answer = line;
+                w->answer = lineOf();
         }
     }
     m_watchCond.notify_all();
