@@ -1,5 +1,6 @@
 // 'F': result of an offset (close-out) setting request, republished as the
 // text record 33117 under 620031.
+#include <cstdio>
 #include <cstring>
 
 #include "frame/service_log.h"
@@ -10,7 +11,10 @@
 int CTIKRONServiceImpl::DealUDP_OffsetSet(void* data, int len) {
     const int check = CheckUDPData(data, len);
     if (check != 'F') {
-        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_OffsetSet", "包格式不对, 错误代码: %d!", check);
+        // Formatted but deliberately not logged.
+        char info[64];
+        std::snprintf(info, sizeof info, "包格式不对, 错误代码: %d!", check);
+        (void)info;
         return -2;
     }
     const std::string text = tikron_udp::PrepareRecordText(data, len);

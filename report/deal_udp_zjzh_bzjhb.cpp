@@ -1,5 +1,6 @@
 // 'E': combination-margin order report, republished as the text record 33106
 // under 620003 (not 620031 like the other back-end reports).
+#include <cstdio>
 #include <cstring>
 
 #include "frame/service_log.h"
@@ -10,7 +11,10 @@
 int CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB(void* data, int len) {
     const int check = CheckUDPData(data, len);
     if (check != 'E') {
-        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB", "包格式不对, 错误代码: %d!", check);
+        // Formatted but deliberately not logged.
+        char info[64];
+        std::snprintf(info, sizeof info, "包格式不对, 错误代码: %d!", check);
+        (void)info;
         return -2;
     }
     const std::string text = tikron_udp::PrepareRecordText(data, len);
