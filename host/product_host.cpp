@@ -79,7 +79,15 @@ int ProductHost::Start() {
         m_ownOut = true;
     }
 
+    if (StartBus(o.configXml) != 0) return -1;
     m_center.SetHandler([this](const hostemu::MessageSnapshot& m) { OnCenterMessage(m); });
+    if (m_nats) {
+        // What the bus takes is still written to the publication lines.
+        m_center.SetFilter(
+            [this](IESBMessage* msg, const void* b, int n) { return m_nats->OnPluginMessage(msg, b, n); },
+            m_out != nullptr ? CEndpoint::Handler([this](const hostemu::MessageSnapshot& m) { WriteLine(m); })
+                             : CEndpoint::Handler());
+    }
     m_client.SetHandler([this](const hostemu::MessageSnapshot& m) { WriteLine(m); });
     m_host = std::make_unique<hostemu::HostEmulator>(o);
     m_running = true;
@@ -88,17 +96,56 @@ int ProductHost::Start() {
         // The plug-in's neighbours are this program's endpoints.
         m_host->Service()->RegisterPrevService(&m_center);
         m_host->Service()->RegisterNextService(&m_client);
-        rc = m_host->Init();
+        rc = AttachBus();
+        if (rc == 0) rc = m_host->Init();
     }
     if (rc == 0) rc = m_host->Start();
     if (rc != 0) {
-        m_error = "plug-in start failed (" + std::to_string(rc) + "): " + m_host->Error();
+        m_error = m_nats && !m_nats->Error().empty()
+                      ? m_nats->Error()
+                      : "plug-in start failed (" + std::to_string(rc) + "): " + m_host->Error();
         m_running = false;
+        if (m_nats) m_nats->Stop();
         m_host.reset();
+        m_nats.reset();
         return rc < 0 ? rc : -rc;
     }
     m_started = true;
     if (m_heartbeatMs > 0) m_heartbeat = std::thread([this] { HeartbeatLoop(m_heartbeatMs); });
+    return 0;
+}
+
+int ProductHost::AttachBus() {
+    if (!m_nats) return 0;
+    // The bus takes the plug-in's first subscription requests already.
+    CNatsCenter::Context ctx;
+    ctx.factory = &m_host->Factory();
+    ctx.plugin = m_host->Service();
+    ctx.center = &m_center;
+    ctx.client = &m_client;
+    ctx.control = [this](const json& r) { return Handle(r); };
+    ctx.subscribeFunctions = m_subscribeFunctions;
+    if (m_nats->Attach(ctx) == 0) return 0;
+    return -1;
+}
+
+int ProductHost::StartBus(const std::string& configXml) {
+    NatsSettings settings;
+    if (!ReadNatsSettings(configXml, m_opt.natsUrl, &settings, &m_error)) return -1;
+    if (settings.url.empty()) return 0;
+    m_nats = std::make_unique<CNatsCenter>(settings, [this](const std::string& text) {
+        hostemu::HostEmulator* host = m_host.get();
+        if (host != nullptr) {
+            host->Log().AddLog("tikron-host", 0, text.c_str());
+        } else {
+            fprintf(stderr, "tikron-host: %s\n", text.c_str());
+        }
+    });
+    if (m_nats->Connect() != 0) {
+        m_error = m_nats->Error();
+        m_nats.reset();
+        return -1;
+    }
     return 0;
 }
 
@@ -111,6 +158,7 @@ void ProductHost::Stop() {
         m_hbCond.notify_all();
         m_heartbeat.join();
     }
+    if (m_nats) m_nats->Stop();  // nothing more from the bus into a stopping plug-in
     if (m_host) {
         m_running = false;  // no more answers into a stopping plug-in
         m_host->Shutdown();
@@ -130,6 +178,11 @@ void ProductHost::HeartbeatLoop(int periodMs) {
     while (!m_hbStop) {
         if (m_hbCond.wait_for(lock, std::chrono::milliseconds(periodMs), [this] { return m_hbStop; })) break;
         lock.unlock();
+        // On the bus the center is alive only while the connection is up.
+        if (m_nats && !m_nats->Up()) {
+            lock.lock();
+            continue;
+        }
         IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), hostemu::MessageSpec{kHeartbeatFunction, 0});
         if (m_host->Service()->PostMsg(msg, &m_center) != 0) msg->Release();
         ++m_heartbeats;
@@ -338,6 +391,7 @@ json ProductHost::Stats() {
                    {"publications_injected", m_published.load()},
                    {"messages_created", f.created},
                    {"messages_live", f.live}};
+    if (m_nats) out["nats"] = m_nats->Stats();
     return out;
 }
 

@@ -18,6 +18,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/host_emulator.h"
+#include "host/nats_center.h"
 #include "host/product_endpoint.h"
 
 namespace product {
@@ -29,6 +30,7 @@ struct ProductOptions {
     std::string logFile;              // overrides <host log_file> when set
     int heartbeatMs = -1;             // < 0: <host heartbeat_ms> of the config
     bool logStderr = false;
+    std::string natsUrl;              // overrides <host nats_url>; empty: in-process center
 };
 
 class ProductHost {
@@ -57,11 +59,14 @@ private:
     void OnCenterMessage(const hostemu::MessageSnapshot& msg);
     void WriteLine(const hostemu::MessageSnapshot& msg);
     void HeartbeatLoop(int periodMs);
+    int StartBus(const std::string& configXml);
+    int AttachBus();
     int ReadConfig(std::string* xml);
 
     ProductOptions m_opt;
     std::string m_error;
     std::unique_ptr<hostemu::HostEmulator> m_host;
+    std::unique_ptr<CNatsCenter> m_nats;  // the message center on NATS, when configured
     CEndpoint m_center{"mc"};
     CEndpoint m_client{"client"};
     std::set<int> m_subscribeFunctions{620001};
