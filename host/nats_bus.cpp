@@ -21,6 +21,7 @@ struct CNatsBus::Sub {
     natsSubscription* sub = nullptr;
     Handler handler;
     std::string subject;
+    bool acceptOwn = false;
 };
 
 struct BusCallbacks {
@@ -122,7 +123,7 @@ int CNatsBus::Connect(const BusOptions& options, std::string* error) {
         m_inbox = reinterpret_cast<const char*>(inbox);
         natsInbox_Destroy(inbox);
     }
-    if (m_inbox.empty() || Subscribe(m_inbox + ".*", "", [this](BusMessage& m) { OnReply(m); }) != BUS_OK) {
+    if (m_inbox.empty() || Subscribe(m_inbox + ".*", "", [this](BusMessage& m) { OnReply(m); }, true) != BUS_OK) {
         if (error) *error = "cannot subscribe to the reply inbox";
         Close();
         return BUS_NOT_CONNECTED;
@@ -286,9 +287,10 @@ int CNatsBus::Send(const std::string& subject, const std::string& reply, const s
     return SendNow(Out{subject, reply, data});
 }
 
-int CNatsBus::Subscribe(const std::string& subject, const std::string& queue, Handler handler) {
+int CNatsBus::Subscribe(const std::string& subject, const std::string& queue, Handler handler, bool acceptOwn) {
     if (m_nc == nullptr) return BUS_NOT_CONNECTED;
     auto s = std::make_unique<Sub>();
+    s->acceptOwn = acceptOwn;
     s->bus = this;
     s->handler = std::move(handler);
     s->subject = subject;
@@ -317,7 +319,7 @@ void CNatsBus::Deliver(Sub& sub, natsMsg* msg) {
     BusMessage m;
     const char* value = nullptr;
     if (natsMsgHeader_Get(msg, kNodeHeader, &value) == NATS_OK && value != nullptr) m.node = value;
-    if (!m.node.empty() && m.node == m_opt.node) {
+    if (!sub.acceptOwn && !m.node.empty() && m.node == m_opt.node) {
         ++m_counters.ownSkipped;
         return;
     }

@@ -91,8 +91,9 @@ public:
     // Sends at once from the calling thread, in chunks when too large.
     int Send(const std::string& subject, const std::string& reply, const std::string& data);
     // Subscribes (queue group when `queue` is not empty) and returns once the
-    // server has the subscription (flush), 0 or a BusResult.
-    int Subscribe(const std::string& subject, const std::string& queue, Handler handler);
+    // server has the subscription (flush), 0 or a BusResult. Messages with
+    // this node's own identity are skipped unless acceptOwn.
+    int Subscribe(const std::string& subject, const std::string& queue, Handler handler, bool acceptOwn = false);
     // Sends a request and waits for its one answer (reassembled).
     int Request(const std::string& subject, const std::string& data, int timeoutMs, std::string* answer);
     // Ends every waiting Request with BUS_NOT_CONNECTED and refuses new ones.

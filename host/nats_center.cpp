@@ -132,7 +132,7 @@ int CNatsCenter::Connect() {
     const std::string me = "pid " + std::to_string(getpid()) + " on " + hostName;
     m_bus.Subscribe(natsbus::IdentitySubject(m_set.node), "", [this, me](natsbus::BusMessage& m) {
         if (!m.reply.empty()) m_bus.Post(m.reply, me);
-    });
+    }, true);  // the probe of a twin carries this very identity
     m_log("NATS: node " + m_set.node + " connected to " + m_set.url);
     return 0;
 }
