@@ -104,7 +104,10 @@ constexpr const char* kTables[] = {"tikron_", "tikron_ex_", "tikronarg_", "futue
 // A snapshot file's records without their file positions, sorted.
 inline std::multiset<std::string> Table(const ptest::TempDir& dir, const std::string& kind, int id) {
     std::string out;
-    ptest::RunProgram({ptest::Bin("tools/dbdump/tikron-dbdump"), dir / (kind + "n#" + std::to_string(id) + ".db"),
+    static const std::string dump = access(ptest::Bin("tikron-dbdump").c_str(), X_OK) == 0
+                                        ? ptest::Bin("tikron-dbdump")
+                                        : ptest::Bin("tools/dbdump/tikron-dbdump");
+    ptest::RunProgram({dump, dir / (kind + "n#" + std::to_string(id) + ".db"),
                        "--json"},
                       &out);
     std::multiset<std::string> rows;
