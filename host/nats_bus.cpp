@@ -184,10 +184,13 @@ bool CNatsBus::Post(std::string subject, std::string data, std::string reply) {
     {
         std::lock_guard<std::mutex> lock(m_outMutex);
         if (m_nc != nullptr && !m_stopSender && m_outBytes + bytes <= m_opt.outQueueBytes) {
+            // The sender takes the whole queue at each wake-up: only the
+            // first message after an empty queue needs to wake it.
+            const bool wake = m_out.empty() && !m_sending;
             m_out.push_back(Out{std::move(subject), std::move(reply), std::move(data)});
             m_outBytes += bytes;
             ++m_counters.posted;
-            m_outCond.notify_one();
+            if (wake) m_outCond.notify_one();
             return true;
         }
     }
@@ -196,17 +199,22 @@ bool CNatsBus::Post(std::string subject, std::string data, std::string reply) {
 }
 
 void CNatsBus::SenderLoop() {
+    std::deque<Out> batch;
     std::unique_lock<std::mutex> lock(m_outMutex);
     for (;;) {
         m_outCond.wait(lock, [this] { return m_stopSender || !m_out.empty(); });
         if (m_out.empty()) break;
-        Out out = std::move(m_out.front());
-        m_out.pop_front();
+        batch.swap(m_out);
         m_sending = true;
         lock.unlock();
-        SendNow(out);
+        size_t bytes = 0;
+        for (const Out& out : batch) {
+            SendNow(out);
+            bytes += out.subject.size() + out.data.size() + out.reply.size();
+        }
+        batch.clear();
         lock.lock();
-        m_outBytes -= out.subject.size() + out.data.size() + out.reply.size();
+        m_outBytes -= bytes;
         m_sending = false;
         if (m_out.empty()) m_idleCond.notify_all();
     }
