@@ -194,6 +194,10 @@ CHostMessage* BuildMessage(CHostMessageFactory& factory, const MessageSpec& fiel
     if (fields.issueType != -1) msg->GetItem(53)->SetInt(fields.issueType, 0);
     if (fields.packetId != -1) msg->GetItem(11)->SetInt(fields.packetId, 0);
     if (fields.errorFlag != 0) msg->GetItem(7)->SetInt(fields.errorFlag, 0);
+    if (fields.errorNo != 0) msg->GetItem(19)->SetInt(fields.errorNo, 0);
+    if (!fields.errorInfo.empty()) msg->GetItem(20)->SetString(fields.errorInfo.c_str(), 0);
+    for (size_t i = 0; i < fields.route.size(); ++i)
+        msg->GetItem(9)->SetString(fields.route[i].c_str(), static_cast<int>(i));
     if (!fields.body.empty()) msg->GetItem(8)->SetRawData(fields.body.data(), static_cast<int>(fields.body.size()));
     if (!fields.key.empty()) msg->GetItem(54)->SetRawData(fields.key.data(), static_cast<int>(fields.key.size()));
     return msg;

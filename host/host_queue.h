@@ -110,6 +110,9 @@ struct MessageSpec {
     int issueType = -1;      // item 53, -1: not set
     int packetId = -1;       // item 11, -1: not set
     int errorFlag = 0;       // item 7 (set only when non-zero)
+    int errorNo = 0;         // item 19 (set only when non-zero)
+    std::string errorInfo;   // item 20 (set when not empty)
+    std::vector<std::string> route;  // item 9, indexes 0.. (OSPF, neighbour, server, plug-in)
     std::vector<char> body;  // item 8 (set when not empty)
     std::vector<char> key;   // item 54 (set when not empty)
 };

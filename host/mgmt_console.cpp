@@ -137,11 +137,26 @@ size_t DisplayWidth(const std::string& utf8) {
 }
 
 std::string ConsoleCell(const std::string& utf8) {
-    std::string s = utf8;
-    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
-    for (char& c : s) {
+    static const char kHex[] = "0123456789abcdef";
+    std::string s;
+    s.reserve(utf8.size());
+    for (char c : utf8) {
         const unsigned char u = static_cast<unsigned char>(c);
-        if (u < 0x20 || u == 0x7F) c = ' ';
+        if (u >= 0x20 && u != 0x7F) {
+            s += c;
+            continue;
+        }
+        s += '\\';
+        switch (u) {
+            case '\n': s += 'n'; break;
+            case '\r': s += 'r'; break;
+            case '\t': s += 't'; break;
+            case 0: s += '0'; break;
+            default:
+                s += 'x';
+                s += kHex[u >> 4];
+                s += kHex[u & 15];
+        }
     }
     return s;
 }

@@ -48,8 +48,9 @@ int RunManagementAction(IManager* manager, CHostPackSvr& packSvr, int functionId
 // else (also each byte of a broken sequence) 1.
 size_t DisplayWidth(const std::string& utf8);
 
-// A value made printable on one line: trailing line breaks dropped, other
-// control characters (a NUL character value too) shown as a space.
+// A value made printable on one line, the cell itself unchanged: control
+// characters shown escaped, \n \r \t \0 and \xHH for the others (a ctime
+// text's line feed too), so every row stays one line.
 std::string ConsoleCell(const std::string& utf8);
 
 // Header, a separator line and one line per row; columns are separated by

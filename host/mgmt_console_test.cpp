@@ -70,11 +70,12 @@ TEST(MgmtConsole, RenderAlignsMixedWidthColumns) {
     std::vector<std::string> lines;
     while (std::getline(in, line)) lines.push_back(line);
     ASSERT_EQ(5u, lines.size());
-    EXPECT_EQ(u8"名字 | n     | last", lines[0]);
-    EXPECT_EQ("-----+-------+-----", lines[1]);
-    EXPECT_EQ(u8"是   | 12345 | x", lines[2]);
-    EXPECT_EQ("ab   | 1     | ", lines[3]);  // short row: empty cell
-    EXPECT_EQ(u8"a b  |       | 取", lines[4]);
+    EXPECT_EQ(u8"名字   | n     | last", lines[0]);
+    EXPECT_EQ("-------+-------+-----", lines[1]);
+    EXPECT_EQ(u8"是     | 12345 | x", lines[2]);
+    EXPECT_EQ("ab     | 1     | ", lines[3]);  // short row: empty cell
+    EXPECT_EQ(u8"a\\tb\\n |       | 取", lines[4]);  // control characters escaped
+    EXPECT_EQ(std::string("\\0\\x01\\x7f\\r"), hostemu::ConsoleCell(std::string("\0\x01\x7f\r", 4)));
 }
 
 TEST(MgmtConsole, RoundTripThroughTheManagerFacet) {

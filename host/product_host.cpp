@@ -14,10 +14,9 @@ using json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr int kRegisterFunction = 2;
-constexpr int kHeartbeatFunction = 620000;
 constexpr int kPublishFunction = 620003;
 constexpr int kSubscribeAnswerFunction = 620001;
+constexpr int kMaxWaitMs = 600000;
 
 json Fail(const std::string& why) { return {{"ok", false}, {"error", why}}; }
 
@@ -38,7 +37,7 @@ ProductHost::ProductHost(ProductOptions options) : m_opt(std::move(options)) {}
 
 ProductHost::~ProductHost() { Stop(); }
 
-int ProductHost::ReadConfig(std::string* xml) {
+int ProductHost::ReadConfig(std::string* xml, std::set<int>* subscribeFunctions, int* heartbeatMs) {
     pugi::xml_document doc;
     pugi::xml_parse_result r = doc.load_file(m_opt.configFile.c_str());
     if (!r) {
@@ -48,12 +47,13 @@ int ProductHost::ReadConfig(std::string* xml) {
     pugi::xml_node root = doc.document_element();
     pugi::xml_node host = root.child("host");
     if (!host) host = root.append_child("host");
-    m_heartbeatMs = m_opt.heartbeatMs >= 0 ? m_opt.heartbeatMs : host.attribute("heartbeat_ms").as_int(0);
+    *heartbeatMs = m_opt.heartbeatMs >= 0 ? m_opt.heartbeatMs : host.attribute("heartbeat_ms").as_int(0);
     // This program sends the heartbeats itself, from the center's side.
     if (!host.attribute("heartbeat_ms")) host.append_attribute("heartbeat_ms");
     host.attribute("heartbeat_ms").set_value(0);
+    subscribeFunctions->insert(kSubscribeAnswerFunction);
     for (pugi::xml_node req : root.child("plugin").child("mc").children())
-        if (req.attribute("functionno")) m_subscribeFunctions.insert(req.attribute("functionno").as_int());
+        if (req.attribute("functionno")) subscribeFunctions->insert(req.attribute("functionno").as_int());
     std::ostringstream out;
     doc.save(out, "", pugi::format_raw);
     *xml = out.str();
@@ -66,7 +66,9 @@ int ProductHost::Start() {
     o.pluginPath = m_opt.pluginPath;
     o.logFile = m_opt.logFile;
     o.logStderr = m_opt.logStderr;
-    if (ReadConfig(&o.configXml) != 0) return -1;
+    std::set<int> subscribeFunctions;
+    int heartbeatMs = 0;
+    if (ReadConfig(&o.configXml, &subscribeFunctions, &heartbeatMs) != 0) return -1;
 
     if (m_opt.publications == "-") {
         m_out = stdout;
@@ -80,23 +82,32 @@ int ProductHost::Start() {
     }
 
     if (StartBus(o.configXml) != 0) return -1;
-    m_center.SetHandler([this](const hostemu::MessageSnapshot& m) { OnCenterMessage(m); });
+    m_center.SetHandler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, true); });
+    m_client.SetHandler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, false); });
     if (m_nats) {
-        // What the bus takes is still written to the publication lines.
+        // What the bus takes (publications, subscription and synchronisation
+        // requests, answers to bus requests) is still written to the lines.
         m_center.SetFilter(
             [this](IESBMessage* msg, const void* b, int n) { return m_nats->OnPluginMessage(msg, b, n); },
-            m_out != nullptr ? CEndpoint::Handler([this](const hostemu::MessageSnapshot& m) { WriteLine(m); })
-                             : CEndpoint::Handler());
+            m_out != nullptr
+                ? CEndpoint::Handler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, false); })
+                : CEndpoint::Handler());
     }
-    m_client.SetHandler([this](const hostemu::MessageSnapshot& m) { WriteLine(m); });
     m_host = std::make_unique<hostemu::HostEmulator>(o);
-    m_running = true;
+    const std::set<int> functions = subscribeFunctions;
+    m_role = std::make_unique<LocalCenter>(std::move(subscribeFunctions), heartbeatMs,
+                                           [this](const hostemu::MessageSpec& s) {
+                                               // On the bus the center is alive only while the
+                                               // connection is up: no heartbeat without it.
+                                               if (s.functionNo == 620000 && m_nats && !m_nats->Up()) return -1;
+                                               return PostIn(s, &m_center);
+                                           });
     int rc = m_host->Load();
     if (rc == 0) {
         // The plug-in's neighbours are this program's endpoints.
         m_host->Service()->RegisterPrevService(&m_center);
         m_host->Service()->RegisterNextService(&m_client);
-        rc = AttachBus();
+        rc = AttachBus(functions);
         if (rc == 0) rc = m_host->Init();
     }
     if (rc == 0) rc = m_host->Start();
@@ -104,18 +115,19 @@ int ProductHost::Start() {
         m_error = m_nats && !m_nats->Error().empty()
                       ? m_nats->Error()
                       : "plug-in start failed (" + std::to_string(rc) + "): " + m_host->Error();
-        m_running = false;
+        m_role->Stop();
         if (m_nats) m_nats->Stop();
         m_host.reset();
+        m_role.reset();
         m_nats.reset();
         return rc < 0 ? rc : -rc;
     }
     m_started = true;
-    if (m_heartbeatMs > 0) m_heartbeat = std::thread([this] { HeartbeatLoop(m_heartbeatMs); });
+    m_role->Start();
     return 0;
 }
 
-int ProductHost::AttachBus() {
+int ProductHost::AttachBus(const std::set<int>& subscribeFunctions) {
     if (!m_nats) return 0;
     // The bus takes the plug-in's first subscription requests already.
     CNatsCenter::Context ctx;
@@ -124,9 +136,8 @@ int ProductHost::AttachBus() {
     ctx.center = &m_center;
     ctx.client = &m_client;
     ctx.control = [this](const json& r) { return Handle(r); };
-    ctx.subscribeFunctions = m_subscribeFunctions;
-    if (m_nats->Attach(ctx) == 0) return 0;
-    return -1;
+    ctx.subscribeFunctions = subscribeFunctions;
+    return m_nats->Attach(ctx) == 0 ? 0 : -1;
 }
 
 int ProductHost::StartBus(const std::string& configXml) {
@@ -150,20 +161,13 @@ int ProductHost::StartBus(const std::string& configXml) {
 }
 
 void ProductHost::Stop() {
-    if (m_heartbeat.joinable()) {
-        {
-            std::lock_guard<std::mutex> lock(m_hbMutex);
-            m_hbStop = true;
-        }
-        m_hbCond.notify_all();
-        m_heartbeat.join();
-    }
+    if (m_role) m_role->Stop();
     if (m_nats) m_nats->Stop();  // nothing more from the bus into a stopping plug-in
     if (m_host) {
-        m_running = false;  // no more answers into a stopping plug-in
         m_host->Shutdown();
         m_host.reset();
     }
+    m_role.reset();
     m_started = false;
     std::lock_guard<std::mutex> lock(m_outMutex);
     if (m_out != nullptr) {
@@ -173,65 +177,57 @@ void ProductHost::Stop() {
     }
 }
 
-void ProductHost::HeartbeatLoop(int periodMs) {
-    std::unique_lock<std::mutex> lock(m_hbMutex);
-    while (!m_hbStop) {
-        if (m_hbCond.wait_for(lock, std::chrono::milliseconds(periodMs), [this] { return m_hbStop; })) break;
-        lock.unlock();
-        // On the bus the center is alive only while the connection is up.
-        if (m_nats && !m_nats->Up()) {
-            lock.lock();
-            continue;
-        }
-        IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), hostemu::MessageSpec{kHeartbeatFunction, 0});
-        if (m_host->Service()->PostMsg(msg, &m_center) != 0) msg->Release();
-        ++m_heartbeats;
-        lock.lock();
-    }
-}
-
-void ProductHost::WriteLine(const hostemu::MessageSnapshot& msg) {
-    std::lock_guard<std::mutex> lock(m_outMutex);
-    if (m_out == nullptr) return;
-    std::string line = DumpLine(MessageToJson(msg));
-    line.push_back('\n');
-    fwrite(line.data(), 1, line.size(), m_out);
-    fflush(m_out);
-    ++m_lines;
-}
-
-void ProductHost::OnCenterMessage(const hostemu::MessageSnapshot& msg) {
-    WriteLine(msg);
-    const int function = msg.FunctionNo();
-    const int packetType = msg.PacketType();
+int ProductHost::PostIn(const hostemu::MessageSpec& spec, IMessageService* from) {
     IMessageService* svc = m_host ? m_host->Service() : nullptr;
+    if (svc == nullptr) return -1;
+    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), spec);
+    const int rc = svc->PostMsg(msg, from);
+    if (rc != 0) msg->Release();
+    return rc;
+}
 
-    if (packetType == 1 && QueryKeyColumn(function) != nullptr) {
-        std::lock_guard<std::mutex> lock(m_waitMutex);
-        if (m_waiting.count(msg.PacketId()) != 0) {
-            m_answers[msg.PacketId()] = std::make_unique<hostemu::MessageSnapshot>(msg);
-            m_waitCond.notify_all();
+void ProductHost::OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCenter) {
+    json line = MessageToJson(msg);
+    {
+        std::lock_guard<std::mutex> lock(m_outMutex);
+        if (m_out != nullptr) {
+            std::string text = DumpLine(line);
+            text.push_back('\n');
+            fwrite(text.data(), 1, text.size(), m_out);
+            fflush(m_out);
+            ++m_lines;
         }
-        return;
     }
-    if (!m_running || svc == nullptr || packetType == 1) return;
+    {
+        std::lock_guard<std::mutex> lock(m_watchMutex);
+        for (Watch* w : m_watches) {
+            w->lines.push_back(line);
+            if (msg.PacketType() == 1 && msg.FunctionNo() == w->function && msg.PacketId() == w->packetId)
+                w->answer = line;
+        }
+    }
+    m_watchCond.notify_all();
+    if (toCenter && m_role) m_role->FromPlugin(msg);
+}
 
-    hostemu::MessageSpec answer;
-    if (function == kRegisterFunction) {
-        answer = hostemu::MessageSpec{kRegisterFunction, 1};
-        ++m_registrations;
-    } else if (packetType == 0 && m_subscribeFunctions.count(function) != 0 && msg.Has(54)) {
-        answer = hostemu::MessageSpec{kSubscribeAnswerFunction, 1};
-        answer.packetId = msg.PacketId();
-        answer.issueType = msg.IssueType();
-        auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{0}}));
-        answer.key.assign(key.begin(), key.end());
-        ++m_subscriptions;
-    } else {
-        return;
+ProductHost::Exchange ProductHost::PostAndCollect(const hostemu::MessageSpec& spec, bool fromClient, int waitMs) {
+    Watch watch;
+    watch.function = spec.functionNo;
+    watch.packetId = spec.packetId;
+    {
+        std::lock_guard<std::mutex> lock(m_watchMutex);
+        m_watches.insert(&watch);
     }
-    IESBMessage* m = hostemu::BuildMessage(m_host->Factory(), answer);
-    if (svc->PostMsg(m, &m_center) != 0) m->Release();
+    if (!fromClient && m_role) m_role->ToPlugin(spec);
+    Exchange out;
+    out.rc = PostIn(spec, fromClient ? static_cast<IMessageService*>(&m_client) : &m_center);
+    std::unique_lock<std::mutex> lock(m_watchMutex);
+    if (out.rc == 0)
+        m_watchCond.wait_for(lock, std::chrono::milliseconds(waitMs), [&] { return !watch.answer.is_null(); });
+    m_watches.erase(&watch);
+    out.answer = std::move(watch.answer);
+    out.messages = std::move(watch.lines);
+    return out;
 }
 
 json ProductHost::Handle(const json& req) {
@@ -240,18 +236,46 @@ json ProductHost::Handle(const json& req) {
     if (!m_started || !m_host) return Fail("plug-in not running");
     const std::string cmd = req["cmd"].get<std::string>();
     try {
+        if (cmd == "send") return Send(req, 0, 500);
         if (cmd == "query") return Query(req);
+        if (cmd == "publish") return Send(req, kPublishFunction, 0);
+        if (cmd == "pending") return Pending();
         if (cmd == "mgr") {
             if (!req.contains("function_id") || !req["function_id"].is_number_integer())
                 return Fail("mgr needs an integer \"function_id\"");
             return Manage(req["function_id"].get<int>());
         }
-        if (cmd == "publish") return Publish(req);
         if (cmd == "stats") return Stats();
     } catch (const json::exception& e) {
         return Fail(std::string("bad request: ") + e.what());
     }
-    return Fail("unknown cmd \"" + cmd + "\" (query, mgr, publish, stats)");
+    return Fail("unknown cmd \"" + cmd + "\" (send, query, publish, pending, mgr, stats)");
+}
+
+// function != 0: the message's function is fixed (publish: 620003, packet
+// type 0, issue type and body required).
+json ProductHost::Send(const json& req, int function, int defaultWaitMs) {
+    hostemu::MessageSpec spec;
+    spec.packetId = m_nextPacketId++;
+    std::string error;
+    if (!JsonToMessage(req, &spec, &error)) return Fail(error);
+    if (function != 0) {
+        if (spec.issueType < 0) return Fail("publish needs an integer \"issue_type\"");
+        if (!req.contains("body")) return Fail("publish needs a \"body\"");
+        spec.functionNo = function;
+        spec.packetType = 0;
+    } else if (!req.contains("function") || !req["function"].is_number_integer()) {
+        return Fail("send needs an integer \"function\"");
+    }
+    const std::string from = req.value("from", std::string("center"));
+    if (from != "center" && from != "client") return Fail("\"from\" is \"center\" or \"client\"");
+    const int waitMs = req.value("wait_ms", defaultWaitMs);
+    if (waitMs < 0 || waitMs > kMaxWaitMs) return Fail("\"wait_ms\" is 0.." + std::to_string(kMaxWaitMs));
+
+    Exchange ex = PostAndCollect(spec, from == "client", waitMs);
+    if (ex.rc != 0) return Fail("plug-in refused the message (" + std::to_string(ex.rc) + ")");
+    ++(function == kPublishFunction ? m_published : m_sent);
+    return {{"ok", true}, {"packet_id", spec.packetId}, {"answer", ex.answer}, {"messages", ex.messages}};
 }
 
 json ProductHost::Query(const json& req) {
@@ -262,6 +286,7 @@ json ProductHost::Query(const json& req) {
     if (keyColumn == nullptr) return Fail("query function is one of 620200, 620201, 620205, 620207");
     const int resultType = req.value("result_type", 1);
     const int timeoutMs = req.value("timeout_ms", 3000);
+    if (timeoutMs < 0 || timeoutMs > kMaxWaitMs) return Fail("\"timeout_ms\" is 0.." + std::to_string(kMaxWaitMs));
     std::vector<std::string> keys;
     if (req.contains("keys")) {
         if (!req["keys"].is_array()) return Fail("\"keys\" is an array of strings");
@@ -278,33 +303,20 @@ json ProductHost::Query(const json& req) {
     for (const auto& k : keys) rows.push_back({resultType, k});
     auto body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", keyColumn}, rows));
 
-    const int id = m_nextPacketId++;
-    hostemu::MessageSpec fields{function, 0};
-    fields.packetId = id;
-    fields.body.assign(body.begin(), body.end());
-    {
-        std::lock_guard<std::mutex> lock(m_waitMutex);
-        m_waiting.insert(id);
-    }
+    hostemu::MessageSpec spec{function, 0};
+    spec.packetId = m_nextPacketId++;
+    spec.body.assign(body.begin(), body.end());
     ++m_queries;
-    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), fields);
-    int rc = m_host->Service()->PostMsg(msg, &m_client);
-    if (rc != 0) msg->Release();
+    Exchange ex = PostAndCollect(spec, /*fromClient*/ true, timeoutMs);
+    if (ex.rc != 0) return Fail("plug-in refused the request (" + std::to_string(ex.rc) + ")");
+    if (ex.answer.is_null()) return Fail("no answer within " + std::to_string(timeoutMs) + " ms");
+    return {{"ok", true}, {"answer", ex.answer}};
+}
 
-    std::unique_lock<std::mutex> lock(m_waitMutex);
-    bool got = rc == 0 && m_waitCond.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                                               [&] { return m_answers.count(id) != 0; });
-    json out;
-    if (got) {
-        out = {{"ok", true}, {"answer", MessageToJson(*m_answers[id])}};
-    } else if (rc != 0) {
-        out = Fail("plug-in refused the request (" + std::to_string(rc) + ")");
-    } else {
-        out = Fail("no answer within " + std::to_string(timeoutMs) + " ms");
-    }
-    m_answers.erase(id);
-    m_waiting.erase(id);
-    return out;
+json ProductHost::Pending() {
+    json lines = json::array();
+    for (const auto& m : m_role->Pending()) lines.push_back(MessageToJson(m));
+    return {{"ok", true}, {"requests", lines}};
 }
 
 json ProductHost::Manage(int functionId) {
@@ -348,49 +360,18 @@ json ProductHost::Manage(int functionId) {
     return out;
 }
 
-json ProductHost::Publish(const json& req) {
-    if (!req.contains("issue_type") || !req["issue_type"].is_number_integer())
-        return Fail("publish needs an integer \"issue_type\"");
-    if (!req.contains("body")) return Fail("publish needs a \"body\"");
-    const int version = req.value("version", 33);
-    if (version != 1 && version != 33) return Fail("\"version\" is 1 or 33");
-    hostemu::MessageSpec fields{kPublishFunction, 0};
-    fields.issueType = req["issue_type"].get<int>();
-    std::string error;
-    hostemu::PackedBody body;
-    if (!JsonToPacked(req["body"], version, &body, &error)) return Fail("body: " + error);
-    auto bytes = hostemu::EncodePacked(body);
-    fields.body.assign(bytes.begin(), bytes.end());
-    if (req.contains("key") && !req["key"].is_null()) {
-        hostemu::PackedBody key;
-        if (!JsonToPacked(req["key"], version, &key, &error)) return Fail("key: " + error);
-        auto kb = hostemu::EncodePacked(key);
-        fields.key.assign(kb.begin(), kb.end());
-    }
-    if (req.contains("packet_id") && req["packet_id"].is_number_integer()) fields.packetId = req["packet_id"].get<int>();
-    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), fields);
-    int rc = m_host->Service()->PostMsg(msg, &m_center);
-    if (rc != 0) {
-        msg->Release();
-        return Fail("plug-in refused the publication (" + std::to_string(rc) + ")");
-    }
-    ++m_published;
-    return {{"ok", true}};
-}
-
 json ProductHost::Stats() {
     json out = Manage(5);
     auto f = m_host->Factory().Stats();
-    out["host"] = {{"lines_written", m_lines.load()},
-                   {"to_center", m_center.Count()},
-                   {"to_client", m_client.Count()},
-                   {"registration_answers", m_registrations.load()},
-                   {"subscription_answers", m_subscriptions.load()},
-                   {"heartbeats_sent", m_heartbeats.load()},
-                   {"queries", m_queries.load()},
-                   {"publications_injected", m_published.load()},
-                   {"messages_created", f.created},
-                   {"messages_live", f.live}};
+    json host = {{"lines_written", m_lines.load()}, {"to_center", m_center.Count()}, {"to_client", m_client.Count()}};
+    const json role = m_role->Counters();
+    for (const auto& c : role.items()) host[c.key()] = c.value();
+    host["queries"] = m_queries.load();
+    host["publications_injected"] = m_published.load();
+    host["messages_sent"] = m_sent.load();
+    host["messages_created"] = f.created;
+    host["messages_live"] = f.live;
+    out["host"] = host;
     if (m_nats) out["nats"] = m_nats->Stats();
     return out;
 }

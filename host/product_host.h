@@ -1,24 +1,23 @@
-// tikron-host's core: runs the plug-in in the host emulator and plays the
-// message center around it. It answers registration and subscription
-// requests, sends heartbeats, writes every message the plug-in sends to the
-// center as one JSON line, and serves the control requests (query, mgr,
-// publish, stats) given as JSON objects.
+// tikron-host's core: runs the plug-in in the host emulator with a message
+// center role around it (host/product_center.h), writes every message the
+// plug-in sends as one JSON line, and serves the control requests (send,
+// query, publish, pending, mgr, stats) given as JSON objects.
 #pragma once
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
-#include <thread>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "host/host_emulator.h"
 #include "host/nats_center.h"
+#include "host/product_center.h"
 #include "host/product_endpoint.h"
 
 namespace product {
@@ -52,47 +51,55 @@ public:
     uint64_t LinesWritten() const { return m_lines.load(); }
 
 private:
+    // What the plug-in sent while one posted message was under way.
+    struct Exchange {
+        int rc = 0;                              // the plug-in's PostMsg result
+        nlohmann::ordered_json answer;           // null, or the answer's line
+        nlohmann::ordered_json messages = nlohmann::ordered_json::array();
+    };
+    // Posts spec into the plug-in (from the client or the center side) and
+    // collects every message the plug-in sends until the answer to it
+    // (packet type 1, same function and packet id) or waitMs.
+    Exchange PostAndCollect(const hostemu::MessageSpec& spec, bool fromClient, int waitMs);
+    int PostIn(const hostemu::MessageSpec& spec, IMessageService* from);
+
+    nlohmann::ordered_json Send(const nlohmann::ordered_json& req, int function, int defaultWaitMs);
     nlohmann::ordered_json Query(const nlohmann::ordered_json& req);
     nlohmann::ordered_json Manage(int functionId);
-    nlohmann::ordered_json Publish(const nlohmann::ordered_json& req);
+    nlohmann::ordered_json Pending();
     nlohmann::ordered_json Stats();
-    void OnCenterMessage(const hostemu::MessageSnapshot& msg);
-    void WriteLine(const hostemu::MessageSnapshot& msg);
-    void HeartbeatLoop(int periodMs);
+    void OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCenter);
+    int ReadConfig(std::string* xml, std::set<int>* subscribeFunctions, int* heartbeatMs);
     int StartBus(const std::string& configXml);
-    int AttachBus();
-    int ReadConfig(std::string* xml);
+    int AttachBus(const std::set<int>& subscribeFunctions);
 
     ProductOptions m_opt;
     std::string m_error;
     std::unique_ptr<hostemu::HostEmulator> m_host;
+    std::unique_ptr<CenterRole> m_role;
     std::unique_ptr<CNatsCenter> m_nats;  // the message center on NATS, when configured
     CEndpoint m_center{"mc"};
     CEndpoint m_client{"client"};
-    std::set<int> m_subscribeFunctions{620001};
-    int m_heartbeatMs = 0;
 
     std::mutex m_outMutex;
     FILE* m_out = nullptr;
     bool m_ownOut = false;
     std::atomic<uint64_t> m_lines{0};
-    std::atomic<uint64_t> m_registrations{0}, m_subscriptions{0}, m_heartbeats{0};
-    std::atomic<uint64_t> m_queries{0}, m_published{0};
+    std::atomic<uint64_t> m_queries{0}, m_published{0}, m_sent{0};
 
-    // Query answers by packet id.
-    std::mutex m_waitMutex;
-    std::condition_variable m_waitCond;
-    std::map<int, std::unique_ptr<hostemu::MessageSnapshot>> m_answers;
-    std::set<int> m_waiting;
+    // Messages collected for the posts under way.
+    struct Watch {
+        int function = 0, packetId = 0;
+        nlohmann::ordered_json lines = nlohmann::ordered_json::array();
+        nlohmann::ordered_json answer;
+    };
+    std::mutex m_watchMutex;
+    std::condition_variable m_watchCond;
+    std::set<Watch*> m_watches;
     std::atomic<int> m_nextPacketId{1000000};
 
     std::mutex m_mgrMutex;
-    std::thread m_heartbeat;
-    std::mutex m_hbMutex;
-    std::condition_variable m_hbCond;
-    bool m_hbStop = false;
     bool m_started = false;
-    std::atomic<bool> m_running{false};
 };
 
 }  // namespace product

@@ -88,6 +88,11 @@ json MessageToJson(const hostemu::MessageSnapshot& msg) {
         j["error_no"] = msg.ErrorNo();
         j["error_info"] = hostemu::GbkToUtf8(msg.ErrorInfo());
     }
+    if (msg.Has(9)) {
+        json route = json::array();
+        for (int i = 0; i < 4; ++i) route.push_back(hostemu::GbkToUtf8(msg.Route(i)));
+        j["route"] = std::move(route);
+    }
     return j;
 }
 
@@ -153,8 +158,12 @@ static bool ColumnFromJson(const json& c, hostemu::PackColumn* col, std::string*
     return true;
 }
 
-static bool CellFromJson(const json& v, hostemu::PackCell* cell, std::string* error) {
-    if (v.is_number_integer()) {
+static bool CellFromJson(const json& v, char columnType, hostemu::PackCell* cell, std::string* error) {
+    if (v.is_string() && columnType == 'R') {
+        std::string bytes;
+        if (!FromHex(v.get<std::string>(), &bytes)) { *error = "a raw column takes hex strings"; return false; }
+        *cell = hostemu::PackCell::Raw(bytes);
+    } else if (v.is_number_integer()) {
         long long n = v.get<long long>();
         if (n < INT32_MIN || n > INT32_MAX) { *error = "integer out of 32-bit range"; return false; }
         *cell = hostemu::PackCell(static_cast<int>(n));
@@ -196,13 +205,74 @@ bool JsonToPacked(const json& j, int version, hostemu::PackedBody* out, std::str
             for (const auto& v : r) {
                 if (v.is_null()) break;
                 hostemu::PackCell cell;
-                if (!CellFromJson(v, &cell, error)) return false;
+                if (!CellFromJson(v, body.columns[row.size()].type, &cell, error)) return false;
                 row.push_back(std::move(cell));
             }
             body.rows.push_back(std::move(row));
         }
     }
     *out = std::move(body);
+    return true;
+}
+
+namespace {
+
+// An optional integer field; false with a reason when present but not one.
+bool IntField(const json& req, const char* name, int* out, std::string* error) {
+    if (!req.contains(name) || req[name].is_null()) return true;
+    if (!req[name].is_number_integer()) {
+        *error = std::string("\"") + name + "\" is an integer";
+        return false;
+    }
+    *out = req[name].get<int>();
+    return true;
+}
+
+bool PackedField(const json& req, const char* name, int version, std::vector<char>* out, std::string* error) {
+    if (!req.contains(name) || req[name].is_null()) return true;
+    hostemu::PackedBody body;
+    if (!JsonToPacked(req[name], version, &body, error)) {
+        *error = std::string(name) + ": " + *error;
+        return false;
+    }
+    auto bytes = hostemu::EncodePacked(body);
+    out->assign(bytes.begin(), bytes.end());
+    return true;
+}
+
+}  // namespace
+
+bool JsonToMessage(const json& req, hostemu::MessageSpec* out, std::string* error) {
+    int version = 33;
+    if (!IntField(req, "function", &out->functionNo, error) || !IntField(req, "packet_type", &out->packetType, error) ||
+        !IntField(req, "packet_id", &out->packetId, error) || !IntField(req, "issue_type", &out->issueType, error) ||
+        !IntField(req, "error_flag", &out->errorFlag, error) || !IntField(req, "error_no", &out->errorNo, error) ||
+        !IntField(req, "version", &version, error))
+        return false;
+    if (version != 1 && version != 33) {
+        *error = "\"version\" is 1 or 33";
+        return false;
+    }
+    if (!PackedField(req, "body", version, &out->body, error) || !PackedField(req, "key", version, &out->key, error))
+        return false;
+    if (req.contains("error_info") && !req["error_info"].is_null()) {
+        if (!req["error_info"].is_string()) {
+            *error = "\"error_info\" is a string";
+            return false;
+        }
+        out->errorInfo = Utf8ToGbk(req["error_info"].get<std::string>());
+    }
+    if (req.contains("route") && !req["route"].is_null()) {
+        const json& r = req["route"];
+        bool ok = r.is_array() && r.size() <= 4;
+        for (const auto& part : r) ok = ok && part.is_string();
+        if (!ok) {
+            *error = "\"route\" is an array of up to four strings (OSPF name, neighbour, server, plug-in)";
+            return false;
+        }
+        out->route.clear();
+        for (const auto& part : r) out->route.push_back(Utf8ToGbk(part.get<std::string>()));
+    }
     return true;
 }
 

@@ -9,6 +9,7 @@
 
 #include "host/host_message.h"
 #include "host/host_pack.h"
+#include "host/host_queue.h"
 
 namespace product {
 
@@ -23,7 +24,8 @@ nlohmann::ordered_json PackedToJson(const hostemu::PackedBody& body);
 nlohmann::ordered_json RawItemToJson(const std::vector<char>& raw);
 
 // One publication line: function, packet_type, issue_type, packet_id, key
-// (item 54), body (item 8).
+// (item 54), body (item 8); error_no and error_info for error messages,
+// route (item 9, four texts) when the message has one.
 nlohmann::ordered_json MessageToJson(const hostemu::MessageSnapshot& msg);
 
 // The line as written: compact, invalid UTF-8 replaced, no trailing newline.
@@ -35,9 +37,19 @@ bool FromHex(const std::string& hex, std::string* out);
 
 // Builds a packed body from {"columns":[name or {name,type,width,scale}],
 // "rows":[[...]]}. Integers are added as ints, other numbers as doubles,
-// strings as strings (UTF-8 converted to GBK), {"hex":"..."} as raw bytes,
-// null leaves the rest of the row empty. False with a reason on bad input.
+// strings as strings (UTF-8 converted to GBK) except in an 'R' column, where
+// they are hex like the raw cells of PackedToJson (so any body printed can
+// be sent back as it is), {"hex":"..."} as raw bytes, null leaves the rest
+// of the row empty. False with a reason on bad input.
 bool JsonToPacked(const nlohmann::ordered_json& j, int version, hostemu::PackedBody* out, std::string* error);
+
+// The message fields of a control request over what *out holds already:
+// "function", "packet_type", "packet_id", "issue_type", "body" (item 8),
+// "key" (item 54), "version" (1 or 33, of body and key; default 33),
+// "error_flag" (item 7), "error_no" (19), "error_info" (20), "route" (item
+// 9: up to four strings, OSPF name, neighbour, server, plug-in). False with
+// a reason on bad input.
+bool JsonToMessage(const nlohmann::ordered_json& req, hostemu::MessageSpec* out, std::string* error);
 
 // UTF-8 to GBK for texts going into the plug-in; unconvertible characters
 // become '?'.

@@ -98,7 +98,10 @@ int CTIKRONServiceImpl::DealUDP_HB(void* data, int len) {
     const std::string text = tikron_udp::PrepareRecordText(data, len);
     std::memset(&m_szHB, 0, sizeof m_szHB);
     const int r = ReadUdpReport(text, m_szHB);
-    if (r != 0) return r;
+    if (r != 0) {
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_HB", "解析记录失败, 错误代码: %d!", r);
+        return r;
+    }
 
     tikron::ApplyStatusRules(m_szHB, m_iSysVersion);
     tikron::HBScratch scratch{&m_szCJ_EX, &m_szCJ, &m_szWTQR_EX, &m_szWTQR};

@@ -1,8 +1,8 @@
 // 'F': result of an offset (close-out) setting request, republished as the
 // text record 33117 under 620031.
-#include <cstdio>
 #include <cstring>
 
+#include "frame/service_log.h"
 #include "report/report_publish.h"
 #include "report/report_text.h"
 #include "udp/udp_record_text.h"
@@ -10,10 +10,7 @@
 int CTIKRONServiceImpl::DealUDP_OffsetSet(void* data, int len) {
     const int check = CheckUDPData(data, len);
     if (check != 'F') {
-        // Formatted for a debugger but deliberately not logged.
-        char info[128];
-        std::snprintf(info, sizeof info, "包格式不对, 错误代码: %d!", check);
-        (void)info;
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_OffsetSet", "包格式不对, 错误代码: %d!", check);
         return -2;
     }
     const std::string text = tikron_udp::PrepareRecordText(data, len);
@@ -31,7 +28,10 @@ int CTIKRONServiceImpl::DealUDP_OffsetSet(void* data, int len) {
         .Char(rec.offset_action_type)
         .Text(rec.error_message)
         .Text(rec.position_str);
-    if (!f.Ok()) return f.Result();
+    if (!f.Ok()) {
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_OffsetSet", "解析记录失败, 错误代码: %d!", f.Result());
+        return f.Result();
+    }
 
     char out[1024];
     std::memset(out, 0, sizeof out);

@@ -1,8 +1,8 @@
 // 'E': combination-margin order report, republished as the text record 33106
 // under 620003 (not 620031 like the other back-end reports).
-#include <cstdio>
 #include <cstring>
 
+#include "frame/service_log.h"
 #include "report/report_publish.h"
 #include "report/report_text.h"
 #include "udp/udp_record_text.h"
@@ -10,10 +10,7 @@
 int CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB(void* data, int len) {
     const int check = CheckUDPData(data, len);
     if (check != 'E') {
-        // Formatted for a debugger but deliberately not logged.
-        char info[128];
-        std::snprintf(info, sizeof info, "包格式不对, 错误代码: %d!", check);
-        (void)info;
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB", "包格式不对, 错误代码: %d!", check);
         return -2;
     }
     const std::string text = tikron_udp::PrepareRecordText(data, len);
@@ -49,7 +46,10 @@ int CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB(void* data, int len) {
         .Char(rec.second_hedge_type)
         .Optional()
         .Char(rec.weave_type);
-    if (!f.Ok()) return f.Result();
+    if (!f.Ok()) {
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_ZJZH_BZJHB", "解析记录失败, 错误代码: %d!", f.Result());
+        return f.Result();
+    }
 
     char out[1024];
     std::memset(out, 0, sizeof out);

@@ -14,7 +14,9 @@ bin="$root/build/release"
 work=$(mktemp -d /tmp/tikron-demo.XXXXXX)
 sock="$work/control.sock"
 pubs="$work/publications.jsonl"
-port=$(sed -n 's/.*<args[^>]* port="\([0-9]*\)".*/\1/p' conf/tikron.xml | head -n1)
+# No "| head" under pipefail: a reader that stops early kills the writer
+# with SIGPIPE and the script with it.
+port=$(sed -n 's/.*<args[^>]* port="\([0-9]*\)".*/\1/p;T;q' conf/tikron.xml)
 port=${port:-9090}
 
 host_pid=""
@@ -41,7 +43,7 @@ echo "=== replaying samples/backend_capture.txt"
 sleep 1
 
 echo "=== publications: $(grep -c '"function":620003' "$pubs") quote messages, $(grep -c '"function":620031' "$pubs") report messages; the first three quotes:"
-grep '"function":620003' "$pubs" | head -n 3
+grep -m 3 '"function":620003' "$pubs"
 
 echo "=== option and STP pushes (issue types 33400-33404), cut to 300 characters:"
 grep -E '"issue_type":334(00|01|02|03|04)[,}]' "$pubs" | LC_ALL=C.UTF-8 sed -E 's/^(.{0,300}).*/\1 .../' || true
@@ -57,6 +59,8 @@ echo "=== tikron-ctl query 620200 IF2412 rb2505 (the answer's rows; without --co
 "$bin/tikron-ctl" --control "$sock" query 620200 --compact IF2412 rb2505 | grep -o '"rows":.*' | LC_ALL=C.UTF-8 sed -E 's/^(.{0,400}).*/\1 .../'
 echo "=== tikron-ctl stats"
 "$bin/tikron-ctl" --control "$sock" stats
+echo "=== tikron-dbdump (the exchange-status snapshot file while the host runs)"
+"$bin/tikron-dbdump" "$work"/futuexchstatus_*.db --json
 
 echo "=== stopping tikron-host"
 kill -TERM "$host_pid"

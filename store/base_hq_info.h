@@ -80,16 +80,19 @@ public:
     const char* GetPath() const { return m_cHQDBPath; }
 
     // Parses one datagram (type char, 5-digit length, text from position 6)
-    // and stores the record; pRec receives it. 0 also for another type.
+    // and stores the record; pRec receives it. 0 also for another type; -2
+    // for a datagram shorter than its header or than its declared length,
+    // -3 when a field fails (both logged).
     int AddHQData(const char* pData, int iLen, T* pRec, char cType, int /*iReserved*/) {
-        if (pData == nullptr || pRec == nullptr || iLen < 6) return -2;
+        if (pData == nullptr || pRec == nullptr) return -2;
+        if (iLen < 6) return FramingFailed();
         char szLen[6] = {0};
         std::memcpy(szLen, pData + 1, 5);
         int iDeclared = tikron_fields::LengthFieldValue(szLen);
         const char* pText = pData + 6;
         size_t avail = static_cast<size_t>(iLen - 6);
         size_t textLen = strnlen(pText, avail);
-        if (iDeclared > 0 && static_cast<size_t>(iDeclared) > textLen) return -2;
+        if (iDeclared > 0 && static_cast<size_t>(iDeclared) > textLen) return FramingFailed();
         if (pData[0] != cType) {
             Log("CBaseHQInfo::AddHQData", "不是行情处理的信息, 类型: %c!\n", pData[0]);
             return 0;
@@ -311,6 +314,13 @@ protected:
     }
 
 private:
+    // A datagram whose header or declared length does not hold: logged
+    // like a failing field, so no record disappears without a line.
+    int FramingFailed() {
+        Log("CBaseHQInfo::AddHQData", "get hq from data fail, error code: %d!\n", -2);
+        return -2;
+    }
+
     // Key text of a record in a 32-byte scratch: the copy is bounded by the
     // scratch and by the record so an unterminated field cannot overrun.
     static std::string_view KeyText(const T& rec, char (&szKey)[32]) {

@@ -151,7 +151,8 @@ TEST_F(ParserTest, ExchangeStatusAndDatagramFraming) {
 
     std::string broken = "A00006F5,3,0";
     EXPECT_EQ(exch.AddHQData(broken.c_str(), static_cast<int>(broken.size() + 1), &e, 'A', 0), -3);
-    EXPECT_EQ(log.Count("get hq from data fail, error code: -2!\n"), 1u);
+    // The short text's framing and the broken field: one line each.
+    EXPECT_EQ(log.Count("get hq from data fail, error code: -2!\n"), 2u);
 
     // Not NUL-terminated within the given length: parsed from a bounded copy.
     char raw[13];
@@ -160,6 +161,7 @@ TEST_F(ParserTest, ExchangeStatusAndDatagramFraming) {
     EXPECT_EQ(exch.GetCount(), 3u);
     EXPECT_EQ(exch.AddHQData(raw, 3, &e, 'A', 0), -2);
     EXPECT_EQ(exch.AddHQData(nullptr, 30, &e, 'A', 0), -2);
+    EXPECT_EQ(log.Count("get hq from data fail, error code: -2!\n"), 3u);  // the 3-byte datagram too
 
     // Single-leg datagram: the parser gets the declared length minus 17.
     CTIKRONInfo legacy(dir.File("tikron_d.db").c_str());

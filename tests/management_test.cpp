@@ -579,6 +579,12 @@ TEST(LoadedPlugin, ConsoleRendersTheFunctionListAndConfiguration) {
     ASSERT_EQ(1u, t.rows.size());
     EXPECT_EQ("9300", t.rows[0][0]);
     EXPECT_EQ(u8"未知版本", t.rows[0][10]);
+    // The last-heartbeat cell keeps ctime's line feed; rendered, the row
+    // stays one line with the line feed shown escaped.
+    EXPECT_EQ('\n', t.rows[0][8].back());
+    const std::string conf = hostemu::RenderTable(t);
+    EXPECT_EQ(3, std::count(conf.begin(), conf.end(), '\n')) << conf;
+    EXPECT_NE(std::string::npos, conf.find("\\n | ")) << conf;
     // Unanswered registration keeps going while the console is used.
     EXPECT_TRUE(host.Center().WaitFor([](const hostemu::MessageSnapshot& m) { return m.FunctionNo() == 2; }, 3000));
     host.Shutdown();

@@ -4,16 +4,6 @@
 
 using namespace ptest;
 
-namespace {
-
-int Ctl(const std::string& sock, const std::vector<std::string>& args, std::string* out, std::string* err = nullptr) {
-    std::vector<std::string> argv = {Bin("tikron-ctl"), "--control", sock};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return RunProgram(argv, out, 60000, err);
-}
-
-}  // namespace
-
 TEST(ProductCtl, QueriesAndDumpsWhileFeeding) {
     TempDir dir;
     const int port = PickPort(4);

@@ -63,12 +63,18 @@ private:
 // A UDP port derived from the process id, different per test binary.
 inline int PickPort(int salt) { return 22000 + static_cast<int>((getpid() * 7 + salt * 131) % 20000); }
 
-// conf/tikron.xml with the UDP port, the heartbeat period and the
-// quote-layout version changed.
-inline std::string Config(const std::string& dir, int port, const std::string& base = "conf/tikron.xml") {
+// A configuration file (conf/tikron.xml by default) with the UDP port
+// changed and each edit's first text replaced by its second.
+inline std::string Config(const std::string& dir, int port, const std::string& base = "conf/tikron.xml",
+                          const std::vector<std::pair<std::string, std::string>>& edits = {}) {
     std::string xml = ReadFile(Source(base));
     size_t p = xml.find("port=\"9090\"");
     if (p != std::string::npos) xml.replace(p, 11, "port=\"" + std::to_string(port) + "\"");
+    for (const auto& e : edits) {
+        p = xml.find(e.first);
+        EXPECT_NE(std::string::npos, p) << e.first;
+        if (p != std::string::npos) xml.replace(p, e.first.size(), e.second);
+    }
     std::string path = dir + "/tikron.xml";
     WriteFile(path, xml);
     return path;
@@ -201,6 +207,14 @@ inline int RunProgram(const std::vector<std::string>& argv, std::string* out, in
     unlink(e.c_str());
     if (st == -1) return -1;
     return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+// tikron-ctl with the given arguments against a control socket.
+inline int Ctl(const std::string& sock, const std::vector<std::string>& args, std::string* out,
+               std::string* err = nullptr) {
+    std::vector<std::string> argv = {Bin("tikron-ctl"), "--control", sock};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return RunProgram(argv, out, 60000, err);
 }
 
 // Hex string to bytes (publication raw columns).

@@ -34,7 +34,10 @@ int CTIKRONServiceImpl::DealUDP_BJHB(void* data, int len) {
     f.Optional().Text(bj.quote_reference).Int(bj.session_no);
     f.Text(bj.buy_entrust_reference).Text(bj.sell_entrust_reference);
     f.Int(bj.buy_entrust_no).Int(bj.sell_entrust_no);
-    if (f.Result() != 0) return f.Result();
+    if (f.Result() != 0) {
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_BJHB", "解析记录失败, 错误代码: %d!", f.Result());
+        return f.Result();
+    }
 
     if (m_iSysVersion == 1) {
         char c = StatusSwtich(bj.entrust_status[0]);

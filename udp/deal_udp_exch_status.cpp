@@ -18,8 +18,12 @@ int CTIKRONServiceImpl::DealUDP_exchStatus(void* data, int len) {
     if (m_pFUTUExchStatusInfo == nullptr) return 0;
     tagEXCHSTATUS st;
     memset(&st, 0, sizeof st);
-    // Published even when parsing failed: with the fields read so far.
-    m_pFUTUExchStatusInfo->AddHQData(static_cast<const char*>(data), len, &st, 'A', 0);
+    // Published even when parsing failed: with the fields read so far. The
+    // table has no log service of its own.
+    r = m_pFUTUExchStatusInfo->AddHQData(static_cast<const char*>(data), len, &st, 'A', 0);
+    if (r != 0)
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_exchStatus", "get hq from data fail, error code: %d!",
+                  r);
 
     char key[sizeof st.futu_exch_type + 1];
     FieldText(key, st.futu_exch_type);

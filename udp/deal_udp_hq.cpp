@@ -47,9 +47,20 @@ void PublishExtended(CTIKRONServiceImpl& svc, tagHQInfo_EX& rec, const char* tex
 }
 
 // The legacy record is copied from a parsed extended one (see DealCommaFeed)
-// only while both readers refuse the same exchange codes.
+// only while both readers refuse the same exchange codes and the extended
+// code field holds every code the legacy one does.
 static_assert(sizeof(tagHQInfo::futu_exch_type) == sizeof(tagHQInfo_EX::futu_exch_type),
               "exchange code widths differ");
+static_assert(sizeof(tagHQInfo::contract_code) <= sizeof(tagHQInfo_EX::contract_code),
+              "legacy contract code wider than the extended one");
+
+// The legacy reader takes codes shorter than its field; a longer code passes
+// the comma gate only through a ',' in the length field, and then the legacy
+// reader itself decides (it refuses the code).
+bool CopiesToLegacy(const tagHQInfo_EX& ex) {
+    const size_t n = strnlen(ex.contract_code, sizeof ex.contract_code);
+    return n > 0 && n < sizeof(tagHQInfo::contract_code);
+}
 
 int DealCommaFeed(CTIKRONServiceImpl& svc, const char* data, int len) {
     int r = svc.CheckUDPData(const_cast<char*>(data), len);
@@ -66,7 +77,10 @@ int DealCommaFeed(CTIKRONServiceImpl& svc, const char* data, int len) {
     // when its key text is the same.
     std::optional<PackedKey> packedKey;
     if (svc.m_pTIKRONInfo_EX != nullptr) {
-        if (svc.m_pTIKRONInfo_EX->AddHQData(data, len, &ex, '0', 0) == 0) {
+        const int rc = svc.m_pTIKRONInfo_EX->AddHQData(data, len, &ex, '0', 0);
+        // The extended table has no log service of its own.
+        if (rc != 0) TikronLog(svc.m_lpLogService, kFn, "get hq from data fail, error code: %d!", rc);
+        if (rc == 0) {
             exParsed = true;
             char buf[kQuoteTextBuf];
             const char* text = Convert22To33100(&ex, buf, sizeof buf);
@@ -79,12 +93,12 @@ int DealCommaFeed(CTIKRONServiceImpl& svc, const char* data, int len) {
         tagHQInfo hq;
         memset(&hq, 0, sizeof hq);
         int rc;
-        if (exParsed && ex.contract_code[0] != '\0') {
+        if (exParsed && CopiesToLegacy(ex)) {
             // The legacy parser reads the same fields of the same text; with
-            // the code within the legacy width (FitsLegacy) and equal
-            // exchange-code widths it cannot fail where the extended one
-            // succeeded, and gives the same values. Copying them saves the
-            // second parse; the store step is the same.
+            // the code within the legacy width and equal exchange-code widths
+            // it cannot fail where the extended one succeeded, and gives the
+            // same values. Copying them saves the second parse; the store
+            // step is the same.
             ConvertHq22To16(&ex, hq);
             rc = svc.m_pTIKRONInfo->AddHQInfo(&hq, 0);
         } else {

@@ -24,7 +24,10 @@ int CTIKRONServiceImpl::DealUDP_xjHq(void* data, int len) {
     const std::string text = PrepareRecordText(data, len);
     RecordFields f(text);
     r = f.Text(xj.forquote_no).Text(xj.contract_code).Int(xj.init_date).Int(xj.update_time).Result();
-    if (r != 0) return r;
+    if (r != 0) {
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::DealUDP_xjHq", "解析记录失败, 错误代码: %d!", r);
+        return r;
+    }
 
     char out[1024];
     ConvertXJHqTo33300(&xj, out, sizeof out);  // at most 72 characters: always fits

@@ -13,8 +13,6 @@ namespace tikron_udp {
 
 namespace {
 
-constexpr int kHeaderLen = 6;
-
 // Room for the largest push record, aligned for its doubles.
 union PushRecordStorage {
     tagSTPPUSH stp;
@@ -28,9 +26,7 @@ union PushRecordStorage {
 int DealPush(CTIKRONServiceImpl& svc, const PushSpec& desc, const void* data, int len) {
     CountPushReceived(desc.kind);
 
-    int check = svc.CheckUDPData(const_cast<void*>(data), len);
-    // A datagram shorter than its header has no length field to check.
-    if (check >= 0 && len < kHeaderLen) check = -2;
+    const int check = svc.CheckUDPData(const_cast<void*>(data), len);
     if (check != static_cast<unsigned char>(desc.typeChar)) {
         TikronLog(svc.m_lpLogService, desc.function, "包格式不对, 错误代码: %d!", check);
         CountPushRefused(desc.kind);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "frame/fatal_check.h"
+#include "frame/service_log.h"
 #include "frame/tikron_service.h"
 
 int CTIKRONServiceImpl::OnUDPReceive(void* owner, void* data, int len) {
@@ -89,7 +90,10 @@ int CTIKRONServiceImpl::mf_OnUDPReceive(void* data, int len) {
     // Rejects lengths whose block size would overflow int arithmetic.
     if (len > 0x7fffffff - 5) return -1;
     char* block = TakeBlock(static_cast<size_t>(len) + 5);
-    if (block == nullptr) return -1;
+    if (block == nullptr) {
+        TikronLog(m_lpLogService, "CTIKRONServiceImpl::mf_OnUDPReceive", "分配内存失败, 丢弃数据, 长度: %d!", len);
+        return -1;
+    }
     memcpy(block, &len, sizeof(int));
     memcpy(block + 4, data, static_cast<size_t>(len));
     block[4 + len] = '\0';

@@ -2,14 +2,16 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/service_log.h"
 #include "frame/tikron_service.h"
 #include "udp/field_reader_fast.h"
 
 // A type whose switch is off is dropped and counts as handled (0); an
-// unknown type gives -2.
+// unknown type gives -2 and a log line.
 int CTIKRONServiceImpl::DoUDPHelper(void* data, int len) {
     if (data == nullptr || len < 1) return -2;
-    switch (static_cast<const char*>(data)[0]) {
+    const unsigned char type = static_cast<const unsigned char*>(data)[0];
+    switch (type) {
         case '0': return m_iDealUdpHq ? DealUDP_hq(data, len) : 0;
         case '9': return m_iDealUdpHq ? DealUDP_argHq(data, len) : 0;
         case 'A': return DealUDP_exchStatus(data, len);
@@ -23,23 +25,26 @@ int CTIKRONServiceImpl::DoUDPHelper(void* data, int len) {
         case 'X': return DealPUSH_OPT_ENTRUST(data, len);
         case 'Y': return DealPUSH_OPT_CJHB(data, len);
         case 'Z': return DealPUSH_OPT_HQ(data, len);
-        default: return -2;
+        default:
+            TikronLog(m_lpLogService, "CTIKRONServiceImpl::DoUDPHelper", "未知的记录类型: %d!", type);
+            return -2;
     }
 }
 
-// Type character when the framing holds; -2 when the declared length
-// (positions 1..5) exceeds the text from position 6; -1 for a null datagram.
+// Type character when the framing holds; -2 when the datagram is shorter
+// than its 6-byte header or the declared length (positions 1..5) exceeds
+// the text from position 6; -1 for a null datagram.
 int CTIKRONServiceImpl::CheckUDPData(void* data, int len) {
     // Any null datagram is refused (not only one shorter than the header).
     if (data == nullptr) return -1;
+    // No length field to check: a framing error, so every handler logs it
+    // instead of dropping the datagram in its parser without a word.
+    if (len < 6) return -2;
     const char* text = static_cast<const char*>(data);
-    // Reads stay within len: a short datagram has an empty text part and
-    // only the digits it carries.
     char digits[6] = {0};
-    int avail = len - 1 < 0 ? 0 : (len - 1 > 5 ? 5 : len - 1);
-    memcpy(digits, text + 1, static_cast<size_t>(avail));
+    memcpy(digits, text + 1, 5);
     int declared = tikron_fields::LengthFieldValue(digits);
-    size_t textLen = len > 6 ? strnlen(text + 6, static_cast<size_t>(len - 6)) : 0;
+    size_t textLen = strnlen(text + 6, static_cast<size_t>(len - 6));
     if (declared > 0 && static_cast<size_t>(declared) > textLen) return -2;
     return static_cast<unsigned char>(text[0]);
 }

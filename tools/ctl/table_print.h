@@ -8,11 +8,8 @@
 
 namespace ctl {
 
-// Columns a UTF-8 text takes in a terminal: East Asian wide and fullwidth
-// characters count 2, combining marks 0, others 1. Invalid bytes count 1.
-size_t DisplayWidth(const std::string& utf8);
-
-// Text of one cell: strings as they are, numbers as JSON prints them
+// Text of one cell: strings with control characters escaped (one line per
+// row, as the management console shows them), numbers as JSON prints them
 // (doubles without trailing zeros), null as empty.
 std::string CellText(const nlohmann::ordered_json& v);
 

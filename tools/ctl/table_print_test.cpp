@@ -4,16 +4,6 @@
 
 using json = nlohmann::ordered_json;
 
-TEST(TablePrint, DisplayWidthCountsWideCharactersTwice) {
-    EXPECT_EQ(0u, ctl::DisplayWidth(""));
-    EXPECT_EQ(6u, ctl::DisplayWidth("IF2412"));
-    EXPECT_EQ(8u, ctl::DisplayWidth(u8"取函数列"));
-    EXPECT_EQ(11u, ctl::DisplayWidth(u8"0合约代码ab"));
-    // Stray and truncated bytes count one column each, never read past the end.
-    EXPECT_EQ(2u, ctl::DisplayWidth(std::string("\xff\xe4", 2)));
-    EXPECT_EQ(3u, ctl::DisplayWidth(std::string("a\xe4\xb8", 3)));
-}
-
 TEST(TablePrint, ColumnsLineUpByDisplayWidth) {
     json t = {{"columns", {{{"name", "function_id"}}, {{"name", "function_name"}}}},
               {"rows", {{0, u8"取函数列表"}, {10, "x"}}}};
@@ -37,5 +27,8 @@ TEST(TablePrint, EmptyRaggedAndOddValues) {
     EXPECT_EQ("-80", ctl::CellText(-80.0));
     EXPECT_EQ("7", ctl::CellText(7));
     EXPECT_EQ("", ctl::CellText(nullptr));
+    // A ctime text keeps its row on one line.
+    t = {{"columns", {"a", "b"}}, {"rows", {{1, "Mon Jan  1 09:00:00 2024\n"}}}};
+    EXPECT_EQ("a  b\n-  " + std::string(26, '-') + "\n1  Mon Jan  1 09:00:00 2024\\n\n", ctl::FormatTable(t));
     EXPECT_EQ("(no rows)\n", ctl::FormatTable(json::object()).substr(2));
 }
