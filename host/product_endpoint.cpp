@@ -7,10 +7,14 @@ int CEndpoint::PostMsg(IESBMessage* msg, IMessageService*) {
     hostemu::MessageSnapshot snap;
     int len = 0;
     const void* buf = msg->GetBuffer(&len);
-    if (buf == nullptr || hostemu::DecodeMessage(buf, len, &snap) != 0) snap = hostemu::MessageSnapshot();
+    const bool taken = m_filter && m_filter(msg, buf, len);
+    const Handler& next = taken ? m_recorder : m_handler;
+    // The filter may have changed the message: decode what it is now.
+    if (taken && next) buf = msg->GetBuffer(&len);
+    if (next && (buf == nullptr || hostemu::DecodeMessage(buf, len, &snap) != 0)) snap = hostemu::MessageSnapshot();
     msg->Release();
     ++m_count;
-    if (m_handler) m_handler(snap);
+    if (next) next(snap);
     return 0;
 }
 

@@ -16,10 +16,17 @@ namespace product {
 class CEndpoint final : public IMessageService {
 public:
     using Handler = std::function<void(const hostemu::MessageSnapshot&)>;
+    // Sees the message and its encoding first; true: taken, the handler is
+    // not called (the recorder, when set, still gets the snapshot).
+    using Filter = std::function<bool(IESBMessage*, const void* encoded, int len)>;
     explicit CEndpoint(std::string id) : m_id(std::move(id)) {}
 
     // Set before the endpoint is registered with the plug-in.
     void SetHandler(Handler h) { m_handler = std::move(h); }
+    void SetFilter(Filter f, Handler recorder) {
+        m_filter = std::move(f);
+        m_recorder = std::move(recorder);
+    }
     uint64_t Count() const { return m_count.load(); }
 
     int QueryInterface(const char*, IKnown** out) override {
@@ -41,6 +48,8 @@ public:
 private:
     std::string m_id;
     Handler m_handler;
+    Filter m_filter;
+    Handler m_recorder;
     std::atomic<uint64_t> m_count{0};
 };
 

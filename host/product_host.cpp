@@ -81,24 +81,45 @@ int ProductHost::Start() {
         m_ownOut = true;
     }
 
+    if (StartBus(o.configXml) != 0) return -1;
     m_center.SetHandler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, true); });
     m_client.SetHandler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, false); });
+    if (m_nats) {
+        // What the bus takes (publications, subscription and synchronisation
+        // requests, answers to bus requests) is still written to the lines.
+        m_center.SetFilter(
+            [this](IESBMessage* msg, const void* b, int n) { return m_nats->OnPluginMessage(msg, b, n); },
+            m_out != nullptr
+                ? CEndpoint::Handler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, false); })
+                : CEndpoint::Handler());
+    }
     m_host = std::make_unique<hostemu::HostEmulator>(o);
+    const std::set<int> functions = subscribeFunctions;
     m_role = std::make_unique<LocalCenter>(std::move(subscribeFunctions), heartbeatMs,
-                                           [this](const hostemu::MessageSpec& s) { return PostIn(s, &m_center); });
+                                           [this](const hostemu::MessageSpec& s) {
+                                               // On the bus the center is alive only while the
+                                               // connection is up: no heartbeat without it.
+                                               if (s.functionNo == 620000 && m_nats && !m_nats->Up()) return -1;
+                                               return PostIn(s, &m_center);
+                                           });
     int rc = m_host->Load();
     if (rc == 0) {
         // The plug-in's neighbours are this program's endpoints.
         m_host->Service()->RegisterPrevService(&m_center);
         m_host->Service()->RegisterNextService(&m_client);
-        rc = m_host->Init();
+        rc = AttachBus(functions);
+        if (rc == 0) rc = m_host->Init();
     }
     if (rc == 0) rc = m_host->Start();
     if (rc != 0) {
-        m_error = "plug-in start failed (" + std::to_string(rc) + "): " + m_host->Error();
+        m_error = m_nats && !m_nats->Error().empty()
+                      ? m_nats->Error()
+                      : "plug-in start failed (" + std::to_string(rc) + "): " + m_host->Error();
         m_role->Stop();
+        if (m_nats) m_nats->Stop();
         m_host.reset();
         m_role.reset();
+        m_nats.reset();
         return rc < 0 ? rc : -rc;
     }
     m_started = true;
@@ -106,8 +127,42 @@ int ProductHost::Start() {
     return 0;
 }
 
+int ProductHost::AttachBus(const std::set<int>& subscribeFunctions) {
+    if (!m_nats) return 0;
+    // The bus takes the plug-in's first subscription requests already.
+    CNatsCenter::Context ctx;
+    ctx.factory = &m_host->Factory();
+    ctx.plugin = m_host->Service();
+    ctx.center = &m_center;
+    ctx.client = &m_client;
+    ctx.control = [this](const json& r) { return Handle(r); };
+    ctx.subscribeFunctions = subscribeFunctions;
+    return m_nats->Attach(ctx) == 0 ? 0 : -1;
+}
+
+int ProductHost::StartBus(const std::string& configXml) {
+    NatsSettings settings;
+    if (!ReadNatsSettings(configXml, m_opt.natsUrl, &settings, &m_error)) return -1;
+    if (settings.url.empty()) return 0;
+    m_nats = std::make_unique<CNatsCenter>(settings, [this](const std::string& text) {
+        hostemu::HostEmulator* host = m_host.get();
+        if (host != nullptr) {
+            host->Log().AddLog("tikron-host", 0, text.c_str());
+        } else {
+            fprintf(stderr, "tikron-host: %s\n", text.c_str());
+        }
+    });
+    if (m_nats->Connect() != 0) {
+        m_error = m_nats->Error();
+        m_nats.reset();
+        return -1;
+    }
+    return 0;
+}
+
 void ProductHost::Stop() {
     if (m_role) m_role->Stop();
+    if (m_nats) m_nats->Stop();  // nothing more from the bus into a stopping plug-in
     if (m_host) {
         m_host->Shutdown();
         m_host.reset();
@@ -321,6 +376,7 @@ json ProductHost::Stats() {
     host["messages_created"] = f.created;
     host["messages_live"] = f.live;
     out["host"] = host;
+    if (m_nats) out["nats"] = m_nats->Stats();
     return out;
 }
 

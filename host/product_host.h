@@ -16,6 +16,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/host_emulator.h"
+#include "host/nats_center.h"
 #include "host/product_center.h"
 #include "host/product_endpoint.h"
 
@@ -28,6 +29,7 @@ struct ProductOptions {
     std::string logFile;              // overrides <host log_file> when set
     int heartbeatMs = -1;             // < 0: <host heartbeat_ms> of the config
     bool logStderr = false;
+    std::string natsUrl;              // overrides <host nats_url>; empty: in-process center
 };
 
 class ProductHost {
@@ -68,11 +70,14 @@ private:
     nlohmann::ordered_json Stats();
     void OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCenter);
     int ReadConfig(std::string* xml, std::set<int>* subscribeFunctions, int* heartbeatMs);
+    int StartBus(const std::string& configXml);
+    int AttachBus(const std::set<int>& subscribeFunctions);
 
     ProductOptions m_opt;
     std::string m_error;
     std::unique_ptr<hostemu::HostEmulator> m_host;
     std::unique_ptr<CenterRole> m_role;
+    std::unique_ptr<CNatsCenter> m_nats;  // the message center on NATS, when configured
     CEndpoint m_center{"mc"};
     CEndpoint m_client{"client"};
 

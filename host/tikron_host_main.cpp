@@ -42,6 +42,9 @@ int main(int argc, char** argv) {
                    "message-center heartbeat period in ms, 0 none (default: <host heartbeat_ms>)")
         ->check(CLI::Range(0, 3600000));
     app.add_flag("--log-stderr", opt.logStderr, "copy the host log to standard error");
+    app.add_option("--nats", opt.natsUrl,
+                   "message center on this NATS server, e.g. nats://127.0.0.1:4222 (default: <host nats_url>, "
+                   "else in-process)");
     CLI11_PARSE(app, argc, argv);
     if (opt.pluginPath.empty()) opt.pluginPath = DefaultPluginPath();
 

@@ -1,7 +1,11 @@
 // tikron-ctl: sends any message into the plug-in of a running tikron-host
 // and shows what it answers and publishes; queries, synchronisation
 // requests, injected publications, pending requests, management dumps and
-// statistics are convenience forms. Talks over the control socket.
+// statistics are convenience forms. Talks over the control socket or, with
+// --nats, over the NATS bus from any machine.
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -10,6 +14,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/nats_bus.h"
+#include "host/nats_subject.h"
 #include "host/product_control.h"
 #include "tools/ctl/table_print.h"
 
@@ -23,9 +29,52 @@ int Fail(const std::string& why) {
 }
 
 // Sends one request; prints an error and returns false when it failed.
-bool Call(const std::string& socket, const json& request, int timeoutMs, json* answer, int* status) {
+// Where the requests go: a control socket, or a node (or any node of a
+// group) on a NATS server.
+struct Target {
+    std::string socket, natsUrl, node, group;
+};
+
+// One control request over the bus.
+bool BusRequest(const Target& t, const json& request, int timeoutMs, json* answer, std::string* error) {
+    natsbus::CNatsBus bus;
+    natsbus::BusOptions o;
+    o.url = t.natsUrl;
+    o.node = "tikron-ctl#" + std::to_string(getpid());
+    o.name = "tikron-ctl";
+    o.connectTimeoutMs = std::min(timeoutMs, 5000);
+    if (bus.Connect(o, error) != natsbus::BUS_OK) return false;
+    const std::string subject =
+        t.node.empty() ? natsbus::GroupControlSubject(t.group) : natsbus::ControlSubject(t.node);
+    const std::string who = t.node.empty() ? "of group " + t.group : t.node;
+    std::string reply;
+    int r = bus.Request(subject, request.dump(-1, ' ', false, json::error_handler_t::replace), timeoutMs, &reply);
+    if (r == natsbus::BUS_NO_RESPONDERS) {
+        *error = "no tikron node " + who + " on the bus at " + t.natsUrl;
+        return false;
+    }
+    if (r == natsbus::BUS_TIMEOUT) {
+        *error = "no answer from tikron node " + who + " within " + std::to_string(timeoutMs) + " ms (" + subject + ")";
+        return false;
+    }
+    if (r != natsbus::BUS_OK) {
+        *error = std::string("request to ") + who + " failed: " + natsbus::CNatsBus::ResultText(r);
+        return false;
+    }
+    *answer = json::parse(reply, nullptr, false);
+    if (answer->is_discarded() || !answer->is_object()) {
+        *error = "the answer of " + who + " is not a JSON object";
+        return false;
+    }
+    return true;
+}
+
+bool Call(const Target& target, const json& request, int timeoutMs, json* answer, int* status) {
     std::string error;
-    if (!product::ControlRequest(socket, request, answer, &error, timeoutMs)) {
+    const bool sent = target.natsUrl.empty()
+                          ? product::ControlRequest(target.socket, request, answer, &error, timeoutMs)
+                          : BusRequest(target, request, timeoutMs, answer, &error);
+    if (!sent) {
         *status = Fail(error);
         return false;
     }
@@ -76,9 +125,14 @@ json RouteParts(const std::string& route) {
 int main(int argc, char** argv) {
     CLI::App app{"tikron-ctl: talk to a running tikron-host"};
     app.require_subcommand(1);
-    std::string socket;
+    Target target;
+    target.group = "tikron";
     int timeoutMs = 10000;
-    app.add_option("--control", socket, "control socket of tikron-host")->required();
+    auto* control = app.add_option("--control", target.socket, "control socket of tikron-host");
+    auto* nats = app.add_option("--nats", target.natsUrl, "NATS server of the nodes, e.g. nats://127.0.0.1:4222");
+    control->excludes(nats);
+    app.add_option("--node", target.node, "with --nats: the node AppName#AppID (default: any node of --group)");
+    app.add_option("--group", target.group, "with --nats: the nodes' queue group")->capture_default_str();
     app.add_option("--timeout-ms", timeoutMs, "how long to wait for an answer")->check(CLI::Range(1, 600000));
 
     auto* send = app.add_subcommand("send", "send any message into the plug-in; prints what it sends meanwhile");
@@ -142,6 +196,7 @@ int main(int argc, char** argv) {
     stats->add_flag("--json", statsJson, "print as JSON, with the host's own counters");
 
     CLI11_PARSE(app, argc, argv);
+    if (target.socket.empty() && target.natsUrl.empty()) return Fail("--control SOCKET or --nats URL is required");
 
     json answer;
     int status = 0;
@@ -167,7 +222,7 @@ int main(int argc, char** argv) {
             if (!route.empty()) req["route"] = RouteParts(route);
         }
         if (issueType < 0) req.erase("issue_type");
-        if (!Call(socket, req, timeoutMs + wait, &answer, &status)) return status;
+        if (!Call(target, req, timeoutMs + wait, &answer, &status)) return status;
         if (*publish) {
             printf("published issue type %d\n", issueType);
         } else if (answerOnly) {
@@ -191,19 +246,19 @@ int main(int argc, char** argv) {
                    {"key", {{"columns", {"result_type"}}, {"rows", {{syncResult}}}}},
                    {"wait_ms", std::max(1, timeoutMs - 500)}};
         }
-        if (!Call(socket, req, timeoutMs, &answer, &status)) return status;
+        if (!Call(target, req, timeoutMs, &answer, &status)) return status;
         if (answer["answer"].is_null()) return Fail("no answer within " + std::to_string(timeoutMs) + " ms");
         printf("%s\n", Dump(answer["answer"], compact).c_str());
         return 0;
     }
     if (*pending) {
-        if (!Call(socket, {{"cmd", "pending"}}, timeoutMs, &answer, &status)) return status;
+        if (!Call(target, {{"cmd", "pending"}}, timeoutMs, &answer, &status)) return status;
         for (const auto& m : answer["requests"]) printf("%s\n", Dump(m, true).c_str());
         return 0;
     }
     if (*mgr || *stats) {
         json req = *mgr ? json{{"cmd", "mgr"}, {"function_id", functionId}} : json{{"cmd", "stats"}};
-        if (!Call(socket, req, timeoutMs, &answer, &status)) return status;
+        if (!Call(target, req, timeoutMs, &answer, &status)) return status;
         if (asJson || statsJson) {
             printf("%s\n", Dump(*stats ? answer : answer["table"], false).c_str());
         } else {

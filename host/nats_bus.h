@@ -1,0 +1,166 @@
+// One NATS connection of a tikron node or client: reconnects by itself,
+// publishes through a bounded queue on its own sender thread (callers never
+// wait for the network), cuts payloads above the server's max_payload into
+// chunks and puts them back together on receipt, refuses its own messages,
+// and counts everything it could not deliver.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "host/nats_chunk.h"
+
+struct __natsConnection;
+struct __natsSubscription;
+struct __natsMsg;
+
+namespace natsbus {
+
+struct BusOptions {
+    std::string url;
+    std::string node;                     // identity sent in every message's header
+    std::string name = "tikron";          // connection name shown by the server
+    int reconnectBufBytes = 8 << 20;      // libnats buffer while disconnected
+    size_t outQueueBytes = 64u << 20;     // sender queue; beyond it Post drops
+    size_t maxChunkBytes = 0;             // 0: the server's max_payload less header room
+    int reconnectWaitMs = 200;
+    int connectTimeoutMs = 2000;
+    int pendingMsgs = 262144;             // per subscription before slow-consumer drops
+    int pendingBytes = 512 << 20;
+    size_t assemblyBytes = 512u << 20;    // partial chunked messages held at most
+    int assemblyAgeMs = 30000;
+};
+
+// Results of Send and Request.
+enum BusResult {
+    BUS_OK = 0,
+    BUS_NOT_CONNECTED = -1,
+    BUS_TIMEOUT = -2,
+    BUS_NO_RESPONDERS = -3,
+    BUS_TOO_LARGE = -4,
+    BUS_FAILED = -5,
+};
+
+struct BusMessage {
+    std::string subject, reply, node, data;
+    bool noResponders = false;  // the server's answer to a request nobody takes
+};
+
+struct BusCounters {
+    std::atomic<uint64_t> posted{0}, sent{0}, chunksSent{0}, dropped{0}, sendFailed{0}, tooLarge{0};
+    std::atomic<uint64_t> received{0}, chunksReceived{0}, ownSkipped{0}, refusedChunks{0}, expired{0};
+    std::atomic<uint64_t> slowConsumer{0}, disconnects{0}, reconnects{0}, asyncErrors{0};
+};
+
+class CNatsBus {
+public:
+    using Handler = std::function<void(BusMessage&)>;
+    using Logger = std::function<void(const std::string&)>;
+    using StateHandler = std::function<void(bool connected)>;
+
+    CNatsBus();
+    ~CNatsBus();  // Close()
+    CNatsBus(const CNatsBus&) = delete;
+    CNatsBus& operator=(const CNatsBus&) = delete;
+
+    // Set before Connect.
+    void SetLogger(Logger log) { m_log = std::move(log); }
+    void SetStateHandler(StateHandler h) { m_state = std::move(h); }
+
+    // Connects (one attempt within connectTimeoutMs); later losses reconnect
+    // without limit. 0, or BUS_NOT_CONNECTED with the reason.
+    int Connect(const BusOptions& options, std::string* error);
+    // Sends what is queued (up to about a second), unsubscribes, closes.
+    void Close();
+    bool Connected() const { return m_connected.load(); }
+
+    // Queues a message for the sender thread; never blocks. False when the
+    // queue is full or the bus closed: the message is dropped and counted.
+    bool Post(std::string subject, std::string data, std::string reply = std::string());
+    // Sends at once from the calling thread, in chunks when too large.
+    int Send(const std::string& subject, const std::string& reply, const std::string& data);
+    // Subscribes (queue group when `queue` is not empty) and returns once the
+    // server has the subscription (flush), 0 or a BusResult. Messages with
+    // this node's own identity are skipped unless acceptOwn.
+    int Subscribe(const std::string& subject, const std::string& queue, Handler handler, bool acceptOwn = false);
+    // Sends a request and waits for its one answer (reassembled).
+    int Request(const std::string& subject, const std::string& data, int timeoutMs, std::string* answer);
+    // Ends every waiting Request with BUS_NOT_CONNECTED and refuses new ones.
+    void CancelRequests();
+    // Waits until the sender queue is empty and the server has everything.
+    bool Flush(int timeoutMs);
+
+    const BusCounters& Counters() const { return m_counters; }
+    size_t QueuedBytes() const;
+    // Messages the subscriptions dropped as slow consumers.
+    uint64_t SubscriptionDrops() const;
+    std::vector<std::pair<std::string, uint64_t>> Stats() const;
+    static const char* ResultText(int result);
+
+private:
+    struct Sub;
+    struct Out {
+        std::string subject, reply, data;
+    };
+    friend struct BusCallbacks;
+    void Deliver(Sub& sub, __natsMsg* msg);
+    void OnReply(BusMessage& m);
+    void SenderLoop();
+    int SendNow(const Out& out);
+    int PublishOne(const std::string& subject, const std::string& reply, const char* data, size_t len,
+                   const std::string& chunk);
+    void Log(const std::string& text);
+    void NoteDrop(const char* why);
+
+    BusOptions m_opt;
+    Logger m_log;
+    StateHandler m_state;
+    __natsConnection* m_nc = nullptr;
+    std::atomic<bool> m_connected{false};
+    std::atomic<bool> m_closing{false};
+    BusCounters m_counters;
+    std::unique_ptr<CChunkAssembler> m_assembler;
+    std::atomic<uint64_t> m_nextId{1};
+
+    mutable std::mutex m_subMutex;
+    std::condition_variable m_subCond;
+    std::vector<std::unique_ptr<Sub>> m_subs;
+    int m_openSubs = 0;
+
+    // Requests waiting for their answer, by reply subject.
+    std::string m_inbox;
+    std::mutex m_reqMutex;
+    std::condition_variable m_reqCond;
+    struct Waiter {
+        bool done = false;
+        int result = BUS_OK;
+        std::string data;
+    };
+    std::map<std::string, std::shared_ptr<Waiter>> m_waiters;
+    bool m_cancelled = false;
+
+    mutable std::mutex m_outMutex;
+    std::condition_variable m_outCond, m_idleCond;
+    std::deque<Out> m_out;
+    size_t m_outBytes = 0;
+    bool m_sending = false;
+    bool m_stopSender = false;
+    std::thread m_sender;
+
+    std::mutex m_dropLogMutex;
+    std::chrono::steady_clock::time_point m_lastDropLog{};
+    uint64_t m_dropsLogged = 0;
+};
+
+}  // namespace natsbus

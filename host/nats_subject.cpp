@@ -1,0 +1,91 @@
+#include "host/nats_subject.h"
+
+#include "host/host_pack.h"
+
+namespace natsbus {
+
+namespace {
+
+bool Plain(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
+}
+
+int HexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;  // Token() writes upper case only
+}
+
+std::string Tail(int function, int issueType, const std::string& key) {
+    return "." + std::to_string(function) + "." + std::to_string(issueType) + "." + Token(key);
+}
+
+}  // namespace
+
+std::string Token(const std::string& raw) {
+    if (raw.empty()) return "%";
+    static const char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(raw.size());
+    for (unsigned char c : raw) {
+        if (Plain(c)) {
+            out.push_back(static_cast<char>(c));
+        } else {
+            out.push_back('%');
+            out.push_back(kHex[c >> 4]);
+            out.push_back(kHex[c & 15]);
+        }
+    }
+    return out;
+}
+
+bool UnToken(const std::string& token, std::string* raw) {
+    raw->clear();
+    if (token == "%") return true;
+    for (size_t i = 0; i < token.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(token[i]);
+        if (Plain(c)) {
+            raw->push_back(static_cast<char>(c));
+            continue;
+        }
+        if (c != '%' || i + 2 >= token.size()) return false;
+        const int hi = HexValue(token[i + 1]), lo = HexValue(token[i + 2]);
+        const int v = hi * 16 + lo;
+        if (hi < 0 || lo < 0 || Plain(static_cast<unsigned char>(v))) return false;
+        raw->push_back(static_cast<char>(v));
+        i += 2;
+    }
+    return !token.empty();
+}
+
+std::string PublicationSubject(const std::string& node, int function, int issueType, const std::string& key) {
+    return "tikron.pub." + Token(node) + Tail(function, issueType, key);
+}
+
+std::string JsonSubject(const std::string& node, int function, int issueType, const std::string& key) {
+    return "tikron.json." + Token(node) + Tail(function, issueType, key);
+}
+
+std::string SubscriptionSubject(int issueType) {
+    return issueType == 0 ? "tikron.pub.>" : "tikron.pub.*.*." + std::to_string(issueType) + ".*";
+}
+
+std::string RequestSubject(const std::string& node) { return "tikron.req." + Token(node); }
+std::string GroupRequestSubject(const std::string& group) { return "tikron.req.group." + Token(group); }
+std::string ControlSubject(const std::string& node) { return "tikron.ctl." + Token(node); }
+std::string GroupControlSubject(const std::string& group) { return "tikron.ctl.group." + Token(group); }
+std::string IdentitySubject(const std::string& node) { return "tikron.id." + Token(node); }
+
+std::string KeyText(const void* packed, int len) {
+    hostemu::PackedBody key;
+    if (packed == nullptr || len <= 0 || hostemu::DecodePacked(packed, len, &key) != 0 || key.rows.empty()) return "";
+    std::string out;
+    for (size_t i = 0; i < key.rows[0].size(); ++i) {
+        if (i > 0) out.push_back(',');
+        const int scale = i < key.columns.size() ? key.columns[i].scale : 4;
+        out += key.rows[0][i].kind == 0 ? std::string() : key.rows[0][i].Text(scale);
+    }
+    return out;
+}
+
+}  // namespace natsbus
