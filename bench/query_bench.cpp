@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 #include "host/host_center.h"
 #include "store/hq_tables.h"
 

@@ -18,8 +18,8 @@
 #include "bench/bench_quotes.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
-#include "udp/scratch_service.h"
-#include "udp/udp_publish.h"
+#include "testing/scratch_service.h"
+#include "quote/quote_publish.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Fund notices 620301-620303 republished as 33200-33202.
 #include <gtest/gtest.h>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 
 using frametest::Config;
 using frametest::Options;

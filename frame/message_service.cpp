@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "frame/mgmt_actions.h"
 #include "frame/service_threads.h"
 #include "frame/status_control.h"
 #include "frame/text_copy.h"
@@ -167,16 +166,8 @@ CMessageServiceImpl::CMessageServiceImpl()
 
     m_lpStatusControl = new CStatusControl(this);
     m_lpStatusControl->Status(ServiceUnInite);
-
-    mf_AddToActionList(0, mf_GetFuncList, "取函数列表");
-    mf_AddToActionList(1, mf_GetHQInfo, "取所有单脚行情");
-    mf_AddToActionList(2, mf_GetHQInfo_EX, "取所有新单脚行情");
-    mf_AddToActionList(3, mf_GetARGHQInfo, "取所有组合行情");
-    mf_AddToActionList(4, mf_GetExchStatusInfo, "取交易所状态");
-    mf_AddToActionList(5, mf_GetStatInfo, "取状态信息");
-    mf_AddToActionList(6, mf_GetConfInfo, "取配置信息");
-    mf_AddToActionList(7, mf_GetESBInfo, "取ESB使用情况");
-    mf_AddToActionList(8, mf_GetAutoList, "取主动发送队列信息");
+    // The nine management actions are registered by the service's own
+    // constructor (RegisterManagementActions), beside the table dumps.
 }
 
 CMessageServiceImpl::~CMessageServiceImpl() {

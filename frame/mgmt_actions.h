@@ -13,3 +13,6 @@ int mf_GetStatInfo(CMessageServiceImpl* service, IF2UnPacker* request, IF2Packer
 int mf_GetConfInfo(CMessageServiceImpl* service, IF2UnPacker* request, IF2Packer* answer);
 int mf_GetESBInfo(CMessageServiceImpl* service, IF2UnPacker* request, IF2Packer* answer);
 int mf_GetAutoList(CMessageServiceImpl* service, IF2UnPacker* request, IF2Packer* answer);
+
+// Enters actions 0-8 with their captions in the service's action list.
+void RegisterManagementActions(CMessageServiceImpl& service);

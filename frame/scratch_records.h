@@ -2,7 +2,7 @@
 // each message worker.
 #pragma once
 
-#include "report/report_records.h"
+#include "wire/report_records.h"
 
 typedef tagHB STHB;
 typedef tagCJ STCJ;

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <string>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 #include "frame/request_node.h"
 
 using frametest::Config;

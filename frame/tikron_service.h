@@ -10,7 +10,7 @@
 #include "frame/message_service.h"
 #include "frame/scratch_records.h"
 #include "frame/service_threads.h"
-#include "udp/message_queue.h"
+#include "runtime/message_queue.h"
 
 class CTIKRONInfo;
 class CTIKRONInfo_EX;

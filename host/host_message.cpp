@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "host/host_queue.h"
 #include "host/wire.h"
 
 namespace hostemu {
@@ -253,7 +252,7 @@ int DecodeMessage(const void* buf, int len, MessageSnapshot* out) {
 
 // --- message -----------------------------------------------------------------
 
-CHostMessage::CHostMessage(CHostMessageFactory* factory) : m_factory(factory) {}
+CHostMessage::CHostMessage(IMessageOwner* factory) : m_factory(factory) {}
 CHostMessage::~CHostMessage() = default;
 
 void CHostMessage::NoteUse() const {

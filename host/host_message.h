@@ -19,8 +19,18 @@
 
 namespace hostemu {
 
-class CHostMessageFactory;
 class CHostMessage;
+
+// What a message tells the factory that made it: its release and any use
+// after that (the factory's tracking).
+class IMessageOwner {
+public:
+    virtual void OnRelease(CHostMessage* msg) = 0;
+    virtual void OnUseAfterRelease() = 0;
+
+protected:
+    ~IMessageOwner() = default;
+};
 
 // Highest value index an item holds (indexes 0..kMaxItemIndex).
 constexpr int kMaxItemIndex = 63;
@@ -110,7 +120,7 @@ struct MessageSnapshot {
 
 class CHostMessage final : public IESBMessage {
 public:
-    explicit CHostMessage(CHostMessageFactory* factory);
+    explicit CHostMessage(IMessageOwner* factory);
     ~CHostMessage();
     CHostMessage(const CHostMessage&) = delete;
     CHostMessage& operator=(const CHostMessage&) = delete;
@@ -148,7 +158,7 @@ private:
     CHostMessageItem* NewItem(int tag);
     static void SetIntQuiet(CHostMessageItem* item, int value);
 
-    CHostMessageFactory* m_factory;
+    IMessageOwner* m_factory;
     std::atomic<bool> m_released{false};
     uint64_t m_serial = 0;
     // Clearing bumps the generation; an item of an older generation is

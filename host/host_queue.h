@@ -53,7 +53,7 @@ struct MessageStats {
     uint64_t failedGets = 0;       // GetESBMsg calls answered null by injection
 };
 
-class CHostMessageFactory final : public IESBMessageFactory {
+class CHostMessageFactory final : public IESBMessageFactory, private IMessageOwner {
 public:
     // `quarantine`: how many released messages are kept before reuse.
     explicit CHostMessageFactory(size_t quarantine = 4096);
@@ -83,9 +83,8 @@ public:
     void SetReportLeaks(bool on) { m_reportLeaks = on; }
 
 private:
-    friend class CHostMessage;
-    void OnRelease(CHostMessage* msg);
-    void OnUseAfterRelease();
+    void OnRelease(CHostMessage* msg) override;
+    void OnUseAfterRelease() override;
     CHostMessage* NewMessageLocked();  // m_mutex held
 
     mutable std::mutex m_mutex;

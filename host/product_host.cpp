@@ -177,10 +177,10 @@ void ProductHost::Stop() {
     }
 }
 
-int ProductHost::PostIn(const hostemu::MessageSpec& spec, IMessageService* from) {
+int ProductHost::PostIn(const hostemu::MessageSpec& msgFields, IMessageService* from) {
     IMessageService* svc = m_host ? m_host->Service() : nullptr;
     if (svc == nullptr) return -1;
-    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), spec);
+    IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), msgFields);
     const int rc = svc->PostMsg(msg, from);
     if (rc != 0) msg->Release();
     return rc;
@@ -214,17 +214,17 @@ void ProductHost::OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCe
     if (toCenter && m_role) m_role->FromPlugin(msg);
 }
 
-ProductHost::Exchange ProductHost::PostAndCollect(const hostemu::MessageSpec& spec, bool fromClient, int waitMs) {
+ProductHost::Exchange ProductHost::PostAndCollect(const hostemu::MessageSpec& msgFields, bool fromClient, int waitMs) {
     Watch watch;
-    watch.function = spec.functionNo;
-    watch.packetId = spec.packetId;
+    watch.function = msgFields.functionNo;
+    watch.packetId = msgFields.packetId;
     {
         std::lock_guard<std::mutex> lock(m_watchMutex);
         m_watches.insert(&watch);
     }
-    if (!fromClient && m_role) m_role->ToPlugin(spec);
+    if (!fromClient && m_role) m_role->ToPlugin(msgFields);
     Exchange out;
-    out.rc = PostIn(spec, fromClient ? static_cast<IMessageService*>(&m_client) : &m_center);
+    out.rc = PostIn(msgFields, fromClient ? static_cast<IMessageService*>(&m_client) : &m_center);
     std::unique_lock<std::mutex> lock(m_watchMutex);
     if (out.rc == 0)
         m_watchCond.wait_for(lock, std::chrono::milliseconds(waitMs), [&] { return !watch.answer.is_null(); });
@@ -259,15 +259,15 @@ json ProductHost::Handle(const json& req) {
 // function != 0: the message's function is fixed (publish: 620003, packet
 // type 0, issue type and body required).
 json ProductHost::Send(const json& req, int function, int defaultWaitMs) {
-    hostemu::MessageSpec spec;
-    spec.packetId = m_nextPacketId++;
+    hostemu::MessageSpec msgFields;
+    msgFields.packetId = m_nextPacketId++;
     std::string error;
-    if (!JsonToMessage(req, &spec, &error)) return Fail(error);
+    if (!JsonToMessage(req, &msgFields, &error)) return Fail(error);
     if (function != 0) {
-        if (spec.issueType < 0) return Fail("publish needs an integer \"issue_type\"");
+        if (msgFields.issueType < 0) return Fail("publish needs an integer \"issue_type\"");
         if (!req.contains("body")) return Fail("publish needs a \"body\"");
-        spec.functionNo = function;
-        spec.packetType = 0;
+        msgFields.functionNo = function;
+        msgFields.packetType = 0;
     } else if (!req.contains("function") || !req["function"].is_number_integer()) {
         return Fail("send needs an integer \"function\"");
     }
@@ -276,10 +276,10 @@ json ProductHost::Send(const json& req, int function, int defaultWaitMs) {
     const int waitMs = req.value("wait_ms", defaultWaitMs);
     if (waitMs < 0 || waitMs > kMaxWaitMs) return Fail("\"wait_ms\" is 0.." + std::to_string(kMaxWaitMs));
 
-    Exchange ex = PostAndCollect(spec, from == "client", waitMs);
+    Exchange ex = PostAndCollect(msgFields, from == "client", waitMs);
     if (ex.rc != 0) return Fail("plug-in refused the message (" + std::to_string(ex.rc) + ")");
     ++(function == kPublishFunction ? m_published : m_sent);
-    return {{"ok", true}, {"packet_id", spec.packetId}, {"answer", ex.answer}, {"messages", ex.messages}};
+    return {{"ok", true}, {"packet_id", msgFields.packetId}, {"answer", ex.answer}, {"messages", ex.messages}};
 }
 
 json ProductHost::Query(const json& req) {
@@ -307,11 +307,11 @@ json ProductHost::Query(const json& req) {
     for (const auto& k : keys) rows.push_back({resultType, k});
     auto body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", keyColumn}, rows));
 
-    hostemu::MessageSpec spec{function, 0};
-    spec.packetId = m_nextPacketId++;
-    spec.body.assign(body.begin(), body.end());
+    hostemu::MessageSpec msgFields{function, 0};
+    msgFields.packetId = m_nextPacketId++;
+    msgFields.body.assign(body.begin(), body.end());
     ++m_queries;
-    Exchange ex = PostAndCollect(spec, /*fromClient*/ true, timeoutMs);
+    Exchange ex = PostAndCollect(msgFields, /*fromClient*/ true, timeoutMs);
     if (ex.rc != 0) return Fail("plug-in refused the request (" + std::to_string(ex.rc) + ")");
     if (ex.answer.is_null()) return Fail("no answer within " + std::to_string(timeoutMs) + " ms");
     return {{"ok", true}, {"answer", ex.answer}};

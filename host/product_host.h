@@ -57,11 +57,11 @@ private:
         nlohmann::ordered_json answer;           // null, or the answer's line
         nlohmann::ordered_json messages = nlohmann::ordered_json::array();
     };
-    // Posts spec into the plug-in (from the client or the center side) and
+    // Posts msgFields into the plug-in (from the client or the center side) and
     // collects every message the plug-in sends until the answer to it
     // (packet type 1, same function and packet id) or waitMs.
-    Exchange PostAndCollect(const hostemu::MessageSpec& spec, bool fromClient, int waitMs);
-    int PostIn(const hostemu::MessageSpec& spec, IMessageService* from);
+    Exchange PostAndCollect(const hostemu::MessageSpec& msgFields, bool fromClient, int waitMs);
+    int PostIn(const hostemu::MessageSpec& msgFields, IMessageService* from);
 
     nlohmann::ordered_json Send(const nlohmann::ordered_json& req, int function, int defaultWaitMs);
     nlohmann::ordered_json Query(const nlohmann::ordered_json& req);

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "frame/host_interfaces.h"
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 
 namespace tikron_quote {
 

@@ -6,7 +6,7 @@
 // are pure and may run on any thread at once.
 #pragma once
 
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 
 // Results beyond the field reader's own codes (-1, -2, -3).
 constexpr int QUOTE_TEXT_TOO_LONG = -4;   // input text longer than the working buffer

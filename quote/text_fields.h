@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "udp/field_reader.h"
+#include "wire/field_reader.h"
 
 namespace tikron {
 

@@ -12,7 +12,7 @@
 #include "report/hb_publish.h"
 #include "report/report_publish.h"
 #include "report/report_text.h"
-#include "udp/field_reader.h"
+#include "wire/field_reader.h"
 
 using tikron::HBPublishOptions;
 using tikron::HBScratch;

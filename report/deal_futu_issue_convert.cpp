@@ -11,7 +11,7 @@
 #include "quote/quote_text.h"
 #include "report/report_publish.h"
 #include "report/report_text.h"
-#include "udp/udp_publish.h"
+#include "quote/quote_publish.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include "frame/service_log.h"
 #include "report/hb_publish.h"
-#include "udp/udp_record_text.h"
+#include "wire/udp_record_text.h"
 
 using tikron_udp::RecordFields;
 

@@ -6,7 +6,7 @@
 #include "frame/service_log.h"
 #include "report/report_publish.h"
 #include "report/report_text.h"
-#include "udp/udp_record_text.h"
+#include "wire/udp_record_text.h"
 
 int CTIKRONServiceImpl::DealUDP_OffsetSet(void* data, int len) {
     const int check = CheckUDPData(data, len);

@@ -5,7 +5,7 @@
 #include "report/report_pack.h"
 #include "report/report_publish.h"
 #include "report/report_text.h"
-#include "udp/field_reader.h"
+#include "wire/field_reader.h"
 
 namespace tikron {
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "frame/host_interfaces.h"
-#include "report/report_records.h"
+#include "wire/report_records.h"
 
 // Each zeroes the whole target, fills it from the report, then calls
 // PackRaw(target, size). size is normally 304 for the extended and 248 for

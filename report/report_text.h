@@ -16,7 +16,7 @@
 #pragma once
 
 #include "quote/quote_text.h"
-#include "report/report_records.h"
+#include "wire/report_records.h"
 
 // 43-field 33101 text from the working report: the deal variant when
 // business_type starts with 'B', else the entrust variant.

@@ -30,7 +30,7 @@ import subprocess
 import sys
 import time
 
-PLUGIN_DIRS = ("frame", "runtime", "store", "wire", "udp", "quote", "report")
+PLUGIN_DIRS = ("frame", "runtime", "store", "wire", "udp", "quote", "report", "service")
 
 
 def plugin_files(tree):

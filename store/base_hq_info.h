@@ -26,11 +26,11 @@
 #include "runtime/vl_sync.h"
 #include "store/key_index.h"
 #include "store/map_key.h"
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 #include "store/snapshot_file.h"
 #include "store/snapshot_mirror.h"
-#include "udp/field_reader.h"
-#include "udp/field_reader_fast.h"
+#include "wire/field_reader.h"
+#include "wire/field_reader_fast.h"
 
 // Key text of a record: the record's first field, viewed as text.
 template <typename T>

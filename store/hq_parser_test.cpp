@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "store/store_test_support.h"
+#include "testing/store_test_support.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <ctime>
 #include <memory>
 
-#include "store/store_test_support.h"
+#include "testing/store_test_support.h"
 
 namespace {
 

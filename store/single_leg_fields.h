@@ -1,8 +1,8 @@
 // The 47 fields shared by the legacy and extended single-leg record texts.
 #pragma once
 
-#include "udp/field_reader.h"
-#include "udp/field_reader_fast.h"
+#include "wire/field_reader.h"
+#include "wire/field_reader_fast.h"
 
 namespace tikron_store {
 

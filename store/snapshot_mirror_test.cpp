@@ -20,7 +20,7 @@
 #include <thread>
 
 #include "store/snapshot_journal.h"
-#include "store/store_test_support.h"
+#include "testing/store_test_support.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <string>
 
-#include "frame/frame_test_support.h"
-#include "store/store_test_support.h"
+#include "testing/frame_test_support.h"
+#include "testing/store_test_support.h"
 #include "store/hq_tables.h"
 
 namespace {

@@ -21,8 +21,8 @@
 #include <thread>
 #include <vector>
 
-#include "frame/frame_test_support.h"
-#include "store/quote_records.h"
+#include "testing/frame_test_support.h"
+#include "wire/quote_records.h"
 
 namespace {
 

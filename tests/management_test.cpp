@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 #include "frame/local_clock.h"
 #include "frame/service_threads.h"
 #include "host/mgmt_console.h"

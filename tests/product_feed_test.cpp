@@ -6,7 +6,7 @@
 #include <map>
 #include <set>
 
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 #include "tests/product_support.h"
 
 using namespace ptest;

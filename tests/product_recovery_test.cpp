@@ -5,7 +5,7 @@
 #include <cstring>
 #include <map>
 
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 #include "tests/product_support.h"
 
 using namespace ptest;

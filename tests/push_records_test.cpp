@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 #include "host/host_emulator.h"
 #include "quote/quote_text.h"
 #include "report/report_text.h"

@@ -14,10 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
-#include "report/report_records.h"
+#include "wire/report_records.h"
 #include "report/report_text.h"
 
 using frametest::Datagram;

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "frame/frame_test_support.h"
-#include "store/store_test_support.h"
+#include "testing/frame_test_support.h"
+#include "testing/store_test_support.h"
 #include "quote/quote_text.h"
 #include "report/report_text.h"
 #include "store/hq_tables.h"

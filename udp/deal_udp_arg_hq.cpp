@@ -5,7 +5,7 @@
 #include "frame/tikron_service.h"
 #include "quote/quote_text.h"
 #include "store/hq_tables.h"
-#include "udp/udp_publish.h"
+#include "quote/quote_publish.h"
 
 using namespace tikron_udp;
 

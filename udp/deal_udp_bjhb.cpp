@@ -6,9 +6,9 @@
 #include "frame/service_log.h"
 #include "frame/tikron_service.h"
 #include "report/report_text.h"
-#include "udp/field_reader.h"
-#include "udp/udp_publish.h"
-#include "udp/udp_record_text.h"
+#include "wire/field_reader.h"
+#include "quote/quote_publish.h"
+#include "wire/udp_record_text.h"
 
 using namespace tikron_udp;
 

@@ -17,7 +17,7 @@
 #include "host/host_pack.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
-#include "udp/scratch_service.h"
+#include "testing/scratch_service.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "udp/push_counter.h"
 #include "udp/push_parse.h"
 #include "udp/push_publish.h"
-#include "udp/udp_record_text.h"
+#include "wire/udp_record_text.h"
 
 namespace tikron_udp {
 

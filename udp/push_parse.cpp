@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "udp/field_reader.h"
+#include "wire/field_reader.h"
 
 namespace tikron_udp {
 

@@ -14,7 +14,7 @@
 #include "host/host_emulator.h"
 #include "store/hq_tables.h"
 #include "udp/push_counter.h"
-#include "udp/scratch_service.h"
+#include "testing/scratch_service.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 
 namespace {
 

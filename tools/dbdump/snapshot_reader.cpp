@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 
 namespace dbdump {
 

@@ -1,4 +1,4 @@
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,7 @@
 #include <chrono>
 #include <thread>
 
-#include "frame/frame_test_support.h"
+#include "testing/frame_test_support.h"
 
 using frametest::Config;
 using frametest::Options;

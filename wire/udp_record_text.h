@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "udp/field_reader.h"
+#include "wire/field_reader.h"
 
 namespace tikron_udp {
 

@@ -10,6 +10,7 @@
 
 #include "frame/fatal_check.h"
 #include "frame/local_clock.h"
+#include "frame/mgmt_actions.h"
 #include "frame/service_log.h"
 #include "store/hq_tables.h"
 
@@ -32,6 +33,7 @@ CTIKRONServiceImpl::CTIKRONServiceImpl()
     memset(&m_szWTQR, 0, sizeof(m_szWTQR));
     memset(&m_szWTQR_EX, 0, sizeof(m_szWTQR_EX));
     memset(&m_szBJHB, 0, sizeof(m_szBJHB));
+    RegisterManagementActions(*this);
     // The datagram consumer stays joinable (never detached) so the
     // destructor can join it; it runs from here until destruction.
     m_bThreadStarted = pthread_create(&m_hThread, nullptr, DoUDPData, this) == 0;

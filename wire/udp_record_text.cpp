@@ -1,4 +1,4 @@
-#include "udp/udp_record_text.h"
+#include "wire/udp_record_text.h"
 
 #include <vector>
 

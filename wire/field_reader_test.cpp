@@ -1,4 +1,4 @@
-#include "udp/field_reader.h"
+#include "wire/field_reader.h"
 
 #include <gtest/gtest.h>
 

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "store/quote_records.h"
+#include "wire/quote_records.h"
 #include "store/single_leg_fields.h"
-#include "udp/field_reader.h"
-#include "udp/field_reader_fast.h"
+#include "wire/field_reader.h"
+#include "wire/field_reader_fast.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include "udp/field_reader.h"
+#include "wire/field_reader.h"
 
-#include "udp/field_reader_fast.h"
+#include "wire/field_reader_fast.h"
 
 #include <charconv>
 #include <cstdint>

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "frame/tikron_service.h"
-#include "udp/message_queue.h"
+#include "runtime/message_queue.h"
 
 TEST(MessageQueue, FifoTryPopAndBoundedPop) {
     CMessageQueue<int*> q;

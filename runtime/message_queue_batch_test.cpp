@@ -5,7 +5,7 @@
 #include <deque>
 #include <thread>
 
-#include "udp/message_queue.h"
+#include "runtime/message_queue.h"
 
 namespace {
 

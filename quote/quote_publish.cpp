@@ -1,4 +1,4 @@
-#include "udp/udp_publish.h"
+#include "quote/quote_publish.h"
 
 #include "frame/service_log.h"
 
