@@ -25,14 +25,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 struct Plugin {
-    std::string dir;
+    testing_support::TempWorkDir dir;
     std::unique_ptr<hostemu::HostEmulator> host;
     std::unique_ptr<hostemu::CMessageCenter> center;
 
     explicit Plugin(int contracts) {
-        char tmpl[] = "/tmp/tikron_qbench_XXXXXX";
-        if (mkdtemp(tmpl) == nullptr || chdir(tmpl) != 0) abort();
-        dir = tmpl;
+        if (!dir.Enter()) abort();
         host.reset(new hostemu::HostEmulator(
             frametest::Options(frametest::Config("<args enableudprecv=\"0\"/>"))));
         host->Factory().SetReportLeaks(false);
@@ -59,7 +57,6 @@ struct Plugin {
     ~Plugin() {
         center.reset();
         host.reset();
-        (void)system(("rm -rf '" + dir + "'").c_str());
     }
     // Posts and waits for the answer; returns microseconds.
     double RoundTrip(const hostemu::MessageSpec& req) {

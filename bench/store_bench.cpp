@@ -18,6 +18,7 @@
 #include <string>
 
 #include "store/hq_tables.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -35,12 +36,8 @@ std::string SingleLegText(const char* code, const char* exch) {
 }
 
 std::string TempPath(const char* name) {
-    static std::string dir = [] {
-        char tmpl[] = "/tmp/tikron_bench_XXXXXX";
-        const char* d = mkdtemp(tmpl);
-        return std::string(d ? d : "/tmp");
-    }();
-    return dir + "/" + name;
+    static testing_support::TempDir dir;  // removed at exit
+    return dir / name;
 }
 
 const char* kNoFile = "/nonexistent-dir/tikron_ex_bench.db";  // open fails: no mirror

@@ -10,6 +10,7 @@
 
 #include "host/host_message.h"
 #include "host/host_pack.h"
+#include "testing/temp_dir.h"
 
 namespace fuzzsupport {
 
@@ -21,15 +22,8 @@ void Check(bool ok, const char* what, const char* file, int line) {
 }
 
 const std::string& WorkDir() {
-    static const std::string dir = [] {
-        char tmpl[] = "/tmp/tikron_fuzz_XXXXXX";
-        if (mkdtemp(tmpl) == nullptr) {
-            perror("mkdtemp");
-            abort();
-        }
-        return std::string(tmpl);
-    }();
-    return dir;
+    static const testing_support::TempDir dir;  // removed at exit
+    return dir.path();
 }
 
 int CheckingLog::QueryInterface(const char*, IKnown** out) {

@@ -24,7 +24,7 @@ tagHQInfo Quote(const char* code, double last, int volume) {
 
 tagHQFileHead HeadOf(const std::string& path) {
     tagHQFileHead h{};
-    std::string b = ReadAll(path);
+    std::string b = ReadFile(path);
     if (b.size() >= 16) std::memcpy(&h, b.data(), 16);
     return h;
 }
@@ -33,7 +33,7 @@ template <typename T>
 tagSaveHQInfo<T> SlotOf(const std::string& path, int k) {
     tagSaveHQInfo<T> s;
     std::memset(&s, 0, sizeof s);
-    std::string b = ReadAll(path);
+    std::string b = ReadFile(path);
     size_t off = 16 + (k - 1) * sizeof s;
     if (b.size() >= off + sizeof s) std::memcpy(&s, b.data() + off, sizeof s);
     return s;
@@ -177,7 +177,7 @@ tagSaveHQInfo<tagHQInfo> Slot(int no, const char* code, double last) {
 TEST(QuoteSnapshot, YesterdaysFileIsIgnoredAndRecreatedEmpty) {
     ScratchDir dir;
     std::string path = dir.File("tikron_old.db");
-    WriteAll(path, FileWith(YesterdayDate(), {Slot(1, "IF2412", 1), Slot(2, "rb2501", 2)}, 0));
+    WriteFile(path, FileWith(YesterdayDate(), {Slot(1, "IF2412", 1), Slot(2, "rb2501", 2)}, 0));
     CTIKRONInfo t(path.c_str());
     EXPECT_EQ(t.GetCount(), 0u);
     EXPECT_EQ(FileSize(path), 0);
@@ -190,7 +190,7 @@ TEST(QuoteSnapshot, PartialTailDuplicatesAndDamagedFiles) {
 
     // Trailing partial slot: the full slots load.
     std::string p1 = dir.File("tikron_tail.db");
-    WriteAll(p1, FileWith(today, {Slot(1, "IF2412", 1), Slot(2, "rb2501", 2)}, R / 2));
+    WriteFile(p1, FileWith(today, {Slot(1, "IF2412", 1), Slot(2, "rb2501", 2)}, R / 2));
     {
         CTIKRONInfo t(p1.c_str());
         EXPECT_EQ(t.GetCount(), 2u);
@@ -198,7 +198,7 @@ TEST(QuoteSnapshot, PartialTailDuplicatesAndDamagedFiles) {
 
     // A key seen twice keeps the later slot; a new key never reuses a slot.
     std::string p2 = dir.File("tikron_dup.db");
-    WriteAll(p2, FileWith(today, {Slot(1, "au2506", 1), Slot(2, "sc2503", 2), Slot(3, "au2506", 3)}, 0));
+    WriteFile(p2, FileWith(today, {Slot(1, "au2506", 1), Slot(2, "sc2503", 2), Slot(3, "au2506", 3)}, 0));
     {
         CTIKRONInfo t(p2.c_str());
         ASSERT_EQ(t.GetCount(), 2u);
@@ -216,7 +216,7 @@ TEST(QuoteSnapshot, PartialTailDuplicatesAndDamagedFiles) {
     std::string p3 = dir.File("tikron_bad.db");
     auto bad = Slot(-5, "m2505", 1);
     std::memset(bad.szHQInfo.contract_code, 'Z', sizeof bad.szHQInfo.contract_code);
-    WriteAll(p3, FileWith(today, {bad, Slot(99999999, "IF2412", 2)}, 0));
+    WriteFile(p3, FileWith(today, {bad, Slot(99999999, "IF2412", 2)}, 0));
     {
         CTIKRONInfo t(p3.c_str());
         EXPECT_EQ(t.GetCount(), 2u);
@@ -226,7 +226,7 @@ TEST(QuoteSnapshot, PartialTailDuplicatesAndDamagedFiles) {
         EXPECT_EQ(double(SlotOf<tagHQInfo>(p3, 2).szHQInfo.futu_last_price), 7.0);
     }
     std::string p4 = dir.File("tikron_short.db");
-    WriteAll(p4, std::string("\x01\x02\x03", 3));
+    WriteFile(p4, std::string("\x01\x02\x03", 3));
     {
         CTIKRONInfo t(p4.c_str());
         EXPECT_EQ(t.GetCount(), 0u);

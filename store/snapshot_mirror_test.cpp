@@ -209,7 +209,7 @@ TEST(SnapshotMirror, UpdateIsReadableFromTheFileWhenAddReturns) {
     close(fd);
     EXPECT_EQ(FileSize(path), static_cast<long>(16 + K * kR));
     tagHQFileHead h{};
-    std::string bytes = ReadAll(path);
+    std::string bytes = ReadFile(path);
     std::memcpy(&h, bytes.data(), sizeof h);
     EXPECT_EQ(h.dwCount, static_cast<uint64_t>(K));
     EXPECT_EQ(h.ulTime, static_cast<uint64_t>(GetDate()));
@@ -256,7 +256,7 @@ TEST(SnapshotMirror, ConcurrentWritersLeaveFileEqualToTable) {
     }
     a.join();
     b.join();
-    std::string bytes = ReadAll(path);
+    std::string bytes = ReadFile(path);
     ASSERT_EQ(bytes.size(), 16 + 250 * kR);
     t.LockMap();
     for (auto& kv : t.GetHQMap()) EXPECT_EQ(std::memcmp(bytes.data() + 16 + (kv.second->iRecordNo - 1) * kR, kv.second, kR), 0);
@@ -310,8 +310,8 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
     // Torn slot 2 (half old, half new) with a committed, unapplied entry.
     std::string file = SnapshotOf(3, 10);
     std::memcpy(&file[16 + kR], &next, kR / 2);
-    WriteAll(path, file);
-    WriteAll(jnl, JournalWith(2, next, 8, 7));
+    WriteFile(path, file);
+    WriteFile(jnl, JournalWith(2, next, 8, 7));
     {
         CTIKRONInfo_EX t(path.c_str());
         EXPECT_EQ(LoadedStamp(t, 0), 10u);
@@ -340,8 +340,8 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
         {"short", std::string("TKRJNL1")},
     };
     for (auto& c : cases) {
-        WriteAll(path, SnapshotOf(3, 10));
-        WriteAll(jnl, c.page);
+        WriteFile(path, SnapshotOf(3, 10));
+        WriteFile(jnl, c.page);
         CTIKRONInfo_EX t(path.c_str());
         EXPECT_EQ(LoadedStamp(t, 1), 10u) << c.what;
         EXPECT_EQ(t.GetCount(), 3u) << c.what;
@@ -349,11 +349,11 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
 
     // A replayed entry is marked applied: a later kill-free load leaves the
     // slot's newer value alone.
-    WriteAll(path, SnapshotOf(3, 10));
-    WriteAll(jnl, JournalWith(2, next, 8, 7));
+    WriteFile(path, SnapshotOf(3, 10));
+    WriteFile(jnl, JournalWith(2, next, 8, 7));
     ASSERT_EQ(tikron_store::SnapshotMirror::ReplayJournal(path.c_str(), 16, kR), 1);
     EXPECT_EQ(tikron_store::SnapshotMirror::ReplayJournal(path.c_str(), 16, kR), 0);
-    SlotEx now = FileSlot(ReadAll(path), 2);
+    SlotEx now = FileSlot(ReadFile(path), 2);
     EXPECT_EQ(std::memcmp(&now, &next, kR), 0);
 }
 
@@ -403,7 +403,7 @@ TEST(SnapshotFailure, FileThatCannotGrowKeepsTableAndCatchesUpLater) {
         EXPECT_EQ(LoadedStamp(*t, 11), 211u);
         // Slots that made it into the file are still kept current.
         uint64_t v = 0;
-        EXPECT_TRUE(StampOf(FileSlot(ReadAll(path), 3).szHQInfo, v));
+        EXPECT_TRUE(StampOf(FileSlot(ReadFile(path), 3).szHQInfo, v));
         EXPECT_EQ(v, 202u);
     }
     size_t writeLines = 0, mapLines = 0;
@@ -421,7 +421,7 @@ TEST(SnapshotFailure, FileThatCannotGrowKeepsTableAndCatchesUpLater) {
         tagHQInfo_EX u = Stamped(k, static_cast<uint64_t>(9000 + k));
         ASSERT_EQ(t->AddHQInfo(&u, 0), 0);
     }
-    std::string bytes = ReadAll(path);
+    std::string bytes = ReadFile(path);
     ASSERT_EQ(bytes.size(), 16 + (K + 1) * kR);
     t->LockMap();
     for (auto& kv : t->GetHQMap()) {

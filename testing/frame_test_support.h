@@ -20,8 +20,12 @@
 
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
+#include "testing/temp_dir.h"
 
 namespace frametest {
+
+using testing_support::TempWorkDir;
+using testing_support::WaitUntil;
 
 inline std::string Config(const std::string& plugin, const std::string& host = "") {
     return "<tikron><pub><node AppName=\"A\" AppID=\"1\" SvrName=\"S\" SvrID=\"2\"/></pub>"
@@ -40,15 +44,6 @@ inline hostemu::HostOptions Options(const std::string& xml) {
 // library's globals are its own).
 inline CTIKRONServiceImpl* Svc(hostemu::HostEmulator& host) {
     return static_cast<CTIKRONServiceImpl*>(host.Service());
-}
-
-// Polls cond every 5 ms for at most ms milliseconds.
-inline bool WaitUntil(const std::function<bool()>& cond, int ms = 3000) {
-    for (int waited = 0; waited < ms; waited += 5) {
-        if (cond()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return cond();
 }
 
 inline hostemu::PackedBody Decode(const std::vector<char>& bytes) {
@@ -84,33 +79,6 @@ public:
 
 private:
     int m_fd;
-};
-
-// A fresh temporary directory made the working directory (snapshot files
-// and logs land there); the old directory is restored and the temporary one
-// removed by Leave() or the destructor.
-class TempWorkDir {
-public:
-    bool Enter() {
-        char tmpl[] = "/tmp/tikron_test_XXXXXX";
-        if (mkdtemp(tmpl) == nullptr || getcwd(m_old, sizeof m_old) == nullptr) return false;
-        m_dir = tmpl;
-        return chdir(m_dir.c_str()) == 0;
-    }
-    void Leave() {
-        if (m_old[0] != '\0') {
-            EXPECT_EQ(0, chdir(m_old));
-        }
-        m_old[0] = '\0';
-        if (!m_dir.empty()) (void)system(("rm -rf '" + m_dir + "'").c_str());
-        m_dir.clear();
-    }
-    ~TempWorkDir() { Leave(); }
-    const std::string& Path() const { return m_dir; }
-
-private:
-    std::string m_dir;
-    char m_old[4096] = {0};
 };
 
 // The plug-in receiving datagrams on an ephemeral 127.0.0.1 port, started

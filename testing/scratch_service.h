@@ -11,6 +11,7 @@
 #include "frame/tikron_service.h"
 #include "host/host_emulator.h"
 #include "store/hq_tables.h"
+#include "testing/temp_dir.h"
 
 namespace tikron_udp {
 
@@ -19,25 +20,18 @@ public:
     // quarantine: released messages the factory holds back before reuse (its
     // use-after-release check); 0 reuses them at once, as a production host.
     explicit ScratchService(size_t quarantine = 4096) : m_factory(quarantine) {
-        char tmpl[] = "/tmp/tikron_svc_XXXXXX";
-        if (mkdtemp(tmpl) == nullptr) {
-            std::perror("scratch directory");
-            std::abort();
-        }
-        m_dir = tmpl;
         g_lpMsgFactory = &m_factory;
         m_svc = new CTIKRONServiceImpl();
         m_svc->RegisterPrevService(&m_center);
         m_svc->m_pPacker = m_pack.GetPacker(33);
-        m_svc->m_pTIKRONInfo = new CTIKRONInfo((m_dir + "/tikron.db").c_str());
-        m_svc->m_pTIKRONInfo_EX = new CTIKRONInfo_EX((m_dir + "/tikron_ex.db").c_str());
-        m_svc->m_pTIKRONARGInfo = new CTIKRONARGInfo((m_dir + "/tikronarg.db").c_str());
-        m_svc->m_pFUTUExchStatusInfo = new CExchStatusInfo((m_dir + "/status.db").c_str());
+        m_svc->m_pTIKRONInfo = new CTIKRONInfo((m_dir / "tikron.db").c_str());
+        m_svc->m_pTIKRONInfo_EX = new CTIKRONInfo_EX((m_dir / "tikron_ex.db").c_str());
+        m_svc->m_pTIKRONARGInfo = new CTIKRONARGInfo((m_dir / "tikronarg.db").c_str());
+        m_svc->m_pFUTUExchStatusInfo = new CExchStatusInfo((m_dir / "status.db").c_str());
     }
     ~ScratchService() {
         Close();
         g_lpMsgFactory = nullptr;
-        (void)std::system(("rm -rf '" + m_dir + "'").c_str());
     }
     ScratchService(const ScratchService&) = delete;
     ScratchService& operator=(const ScratchService&) = delete;
@@ -54,7 +48,7 @@ public:
     hostemu::CHostNeighbour& Center() { return m_center; }
 
 private:
-    std::string m_dir;
+    testing_support::TempDir m_dir;  // first member: outlives the tables
     hostemu::CHostMessageFactory m_factory;
     hostemu::CHostPackSvr m_pack;
     hostemu::CHostNeighbour m_center{"mc"};

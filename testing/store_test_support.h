@@ -4,17 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "frame/host_interfaces.h"
+#include "testing/temp_dir.h"
 
 struct LoggedLine {
     std::string function;
@@ -47,36 +42,10 @@ private:
     std::mutex m_mutex;
 };
 
-class ScratchDir {
-public:
-    ScratchDir() {
-        char tmpl[] = "/tmp/tikron_store_XXXXXX";
-        const char* d = mkdtemp(tmpl);
-        path = d ? d : "/tmp";
-    }
-    ~ScratchDir() {
-        std::string cmd = "rm -rf '" + path + "'";
-        if (path != "/tmp") (void)std::system(cmd.c_str());
-    }
-    std::string File(const std::string& name) const { return path + "/" + name; }
-    std::string path;
-};
-
-inline long FileSize(const std::string& p) {
-    struct stat st {};
-    if (stat(p.c_str(), &st) != 0) return -1;
-    return static_cast<long>(st.st_size);
-}
-
-inline std::string ReadAll(const std::string& p) {
-    std::ifstream in(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void WriteAll(const std::string& p, const std::string& bytes) {
-    std::ofstream out(p, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
+using ScratchDir = testing_support::TempDir;
+using testing_support::FileSize;
+using testing_support::ReadFile;
+using testing_support::WriteFile;
 
 // A single-leg quote text (47 fields) for the given contract and exchange.
 inline std::string SingleLegText(const std::string& code, const std::string& exch, double last = 3861.4) {

@@ -76,12 +76,8 @@ hostemu::MessageSpec Publication(const std::string& code, int tick) {
 }
 
 TEST(Load, EverythingAtOnceStaysConsistentAndReleasesEveryMessage) {
-    char tmpl[] = "/tmp/tikron_load_XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(tmpl));
-    const std::string dir = tmpl;
-    char oldCwd[1024];
-    ASSERT_NE(nullptr, getcwd(oldCwd, sizeof oldCwd));
-    ASSERT_EQ(0, chdir(dir.c_str()));
+    frametest::TempWorkDir dir;
+    ASSERT_TRUE(dir.Enter());
 
     auto host = std::make_unique<hostemu::HostEmulator>(frametest::Options(frametest::Config(
         "<args enableudprecv=\"1\" port=\"0\" udprecvbuflen=\"8\" enableudphq=\"1\" enableudphb=\"1\"/>"
@@ -197,8 +193,6 @@ TEST(Load, EverythingAtOnceStaysConsistentAndReleasesEveryMessage) {
     EXPECT_EQ(0u, s.doubleReleases);
     EXPECT_EQ(0u, s.usesAfterRelease);
     host.reset();
-    EXPECT_EQ(0, chdir(oldCwd));
-    (void)system(("rm -rf '" + dir + "'").c_str());
 }
 
 }  // namespace

@@ -181,11 +181,7 @@ private:
 class InProcess : public testing::Test {
 protected:
     void StartService(const std::string& plugin) {
-        char tmpl[] = "/tmp/tikron_mgmt_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(tmpl));
-        dir_ = tmpl;
-        ASSERT_NE(nullptr, getcwd(oldCwd_, sizeof oldCwd_));
-        ASSERT_EQ(0, chdir(dir_.c_str()));  // snapshot files land here
+        ASSERT_TRUE(dir_.Enter());  // snapshot files land here
         ASSERT_EQ(0, config_.LoadString(frametest::Config(plugin)));
         svc_ = new TestService();
         svc_->SetInterfaceID("tikron");
@@ -229,11 +225,7 @@ protected:
         StopService();
         if (svc_ != nullptr) svc_->Release();
         svc_ = nullptr;
-        if (!dir_.empty()) {
-            EXPECT_EQ(0, chdir(oldCwd_));
-            std::string cmd = "rm -rf '" + dir_ + "'";
-            EXPECT_EQ(0, system(cmd.c_str()));
-        }
+        dir_.Leave();
     }
     ConsoleTable Run(int functionId) {
         ConsoleTable t;
@@ -250,8 +242,7 @@ protected:
     TestService* svc_ = nullptr;
     IManager* mgr_ = nullptr;
     bool started_ = false;
-    std::string dir_;
-    char oldCwd_[4096] = {0};
+    frametest::TempWorkDir dir_;
 };
 
 const char* const kConfig =

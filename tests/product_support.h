@@ -22,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/product_control.h"
+#include "testing/temp_dir.h"
 
 namespace ptest {
 
@@ -31,34 +32,10 @@ using Clock = std::chrono::steady_clock;
 inline std::string Bin(const std::string& name) { return std::string(TIKRON_BINARY_DIR) + "/" + name; }
 inline std::string Source(const std::string& rel) { return std::string(TIKRON_SOURCE_DIR) + "/" + rel; }
 
-inline std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-inline void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-// A fresh directory, removed with its files at the end.
-class TempDir {
-public:
-    TempDir() {
-        char tmpl[] = "/tmp/tikron-ptest.XXXXXX";
-        const char* d = mkdtemp(tmpl);
-        path_ = d != nullptr ? d : "/tmp";
-    }
-    ~TempDir() {
-        std::string cmd = "rm -rf '" + path_ + "'";
-        if (path_ != "/tmp" && system(cmd.c_str()) != 0) fprintf(stderr, "cannot remove %s\n", path_.c_str());
-    }
-    const std::string& path() const { return path_; }
-    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
-};
+using testing_support::ReadFile;
+using testing_support::TempDir;
+using testing_support::WaitUntil;
+using testing_support::WriteFile;
 
 // A UDP port derived from the process id, different per test binary.
 inline int PickPort(int salt) { return 22000 + static_cast<int>((getpid() * 7 + salt * 131) % 20000); }
@@ -143,15 +120,6 @@ private:
     pid_t pid_ = -1;
     int status_ = -1;
 };
-
-inline bool WaitUntil(const std::function<bool()>& pred, int ms) {
-    auto end = Clock::now() + std::chrono::milliseconds(ms);
-    while (Clock::now() < end) {
-        if (pred()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return pred();
-}
 
 // Every complete JSON line of a file (a torn last line is skipped).
 inline std::vector<json> JsonLines(const std::string& path) {

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "testing/temp_dir.h"
 #include "wire/quote_records.h"
 
 namespace {
@@ -33,18 +34,12 @@ Result RunTool(const std::string& args) {
 
 class DbDump : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/tikron_dbdump_XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir = tmpl;
-    }
-    void TearDown() override { (void)std::system(("rm -rf '" + dir + "'").c_str()); }
     std::string Write(const std::string& name, const std::string& bytes) {
-        std::string p = dir + "/" + name;
+        std::string p = dir / name;
         std::ofstream(p, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
         return p;
     }
-    std::string dir;
+    testing_support::TempDir dir;
 };
 
 std::string ExchFile(size_t tail) {
@@ -105,7 +100,7 @@ TEST_F(DbDump, MalformedFilesFailCleanly) {
     EXPECT_EQ(unknown.exitCode, 2);
     EXPECT_NE(unknown.out.find("--kind"), std::string::npos);
 
-    EXPECT_EQ(RunTool("'" + dir + "/missing_tikron_1.db' --kind hq").exitCode, 2);
+    EXPECT_EQ(RunTool("'" + dir / "missing_tikron_1.db' --kind hq").exitCode, 2);
     EXPECT_EQ(RunTool("--kind bogus x.db").exitCode, 1);
 }
 
