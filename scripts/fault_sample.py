@@ -229,6 +229,8 @@ def cmd_run(a):
                     ctest = ["ctest", "--test-dir", build, "-j", str(a.jobs), "--timeout", str(a.test_timeout)]
                     if not a.every_test:
                         ctest.append("--stop-on-failure")
+                    if a.tests:
+                        ctest += ["-R", a.tests]
                     rc, out = run(ctest, tree, 3600)
                     result["status"] = "caught" if rc != 0 else "escaped"
                     if rc != 0:
@@ -284,6 +286,7 @@ def main():
     rn.add_argument("--jobs", type=int, default=2)
     rn.add_argument("--test-timeout", type=int, default=120)
     rn.add_argument("--skip-done", help="results file of an earlier run: skip the faults in it")
+    rn.add_argument("--tests", help="regular expression: run only the tests it matches")
     rn.add_argument("--every-test", action="store_true",
                     help="run every test for each fault and record all that fail (which tests catch what)")
     cp = sub.add_parser("compare", help="compare two result files fault by fault")
