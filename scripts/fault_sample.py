@@ -157,17 +157,24 @@ def cmd_pick(a):
 
 
 def locate(tree, fault):
-    """Path and line index of the fault's line in this tree, or None."""
-    for rel in plugin_files(tree):
-        if os.path.basename(rel) != fault["file"]:
-            continue
+    """Path and line index of the fault's line in this tree, or None: first in a
+    file of the same name, else in the one file that holds the line (renamed or
+    split files)."""
+    def hits_in(rel):
         with open(os.path.join(tree, rel), encoding="utf-8") as f:
             lines = f.read().split("\n")
-        hits = [i for i, l in enumerate(lines) if l.strip() == fault["text"]]
-        if len(hits) > fault["occurrence"]:
-            return rel, hits[fault["occurrence"]]
-        if hits:
-            return rel, hits[-1]
+        return [i for i, l in enumerate(lines) if l.strip() == fault["text"]]
+
+    files = plugin_files(tree)
+    for rel in files:
+        if os.path.basename(rel) == fault["file"]:
+            hits = hits_in(rel)
+            if hits:
+                return rel, hits[min(fault["occurrence"], len(hits) - 1)]
+    holders = [(rel, h) for rel in files for h in [hits_in(rel)] if h]
+    if len(holders) == 1:
+        rel, hits = holders[0]
+        return rel, hits[min(fault["occurrence"], len(hits) - 1)]
     return None
 
 
