@@ -2,6 +2,8 @@
 
 #include <nats/nats.h>
 
+#include <thread>
+
 #include "host/nats_subject.h"
 
 namespace natsbus {
@@ -22,6 +24,7 @@ struct CNatsBus::Sub {
     Handler handler;
     std::string subject;
     bool acceptOwn = false;
+    std::atomic<uint64_t> handled{0};  // messages through the callback
 };
 
 struct BusCallbacks {
@@ -29,6 +32,7 @@ struct BusCallbacks {
         auto* s = static_cast<CNatsBus::Sub*>(closure);
         s->bus->Deliver(*s, msg);
         natsMsg_Destroy(msg);
+        ++s->handled;
     }
     static void OnComplete(void* closure) {
         auto* s = static_cast<CNatsBus::Sub*>(closure);
@@ -246,8 +250,33 @@ int CNatsBus::Subscribe(const std::string& subject, const std::string& queue, Ha
         m_subs.push_back(std::move(s));
     }
     // Live on the server once the flush comes back.
-    st = natsConnection_FlushTimeout(m_nc, 5000);
-    return st == NATS_OK ? BUS_OK : BUS_NOT_CONNECTED;
+    return Flush(5000) ? BUS_OK : BUS_TIMEOUT;
+}
+
+bool CNatsBus::CatchUp(const std::string& prefix, int timeoutMs) {
+    std::vector<std::pair<const Sub*, uint64_t>> targets;
+    {
+        std::lock_guard<std::mutex> lock(m_subMutex);
+        for (const auto& s : m_subs) {
+            int pending = 0;
+            int64_t delivered = 0;
+            if (s->subject.compare(0, prefix.size(), prefix) == 0 &&
+                natsSubscription_GetStats(s->sub, &pending, nullptr, nullptr, nullptr, &delivered, nullptr) == NATS_OK)
+                targets.emplace_back(s.get(), static_cast<uint64_t>(delivered) + static_cast<uint64_t>(pending));
+        }
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        bool done = true;
+        for (const auto& t : targets) done = done && t.first->handled.load() >= t.second;
+        if (done) return true;
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+bool CNatsBus::Flush(int timeoutMs) {
+    return m_nc != nullptr && natsConnection_FlushTimeout(m_nc, timeoutMs) == NATS_OK;
 }
 
 void CNatsBus::Deliver(Sub& sub, natsMsg* msg) {

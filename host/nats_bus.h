@@ -36,7 +36,7 @@ struct BusOptions {
     int reconnectWaitMs = 200;
     int connectTimeoutMs = 2000;
     int pendingMsgs = 262144;             // per subscription before slow-consumer drops
-    int pendingBytes = 512 << 20;
+    int pendingBytes = 64 << 20;
     size_t assemblyBytes = 512u << 20;    // partial chunked messages held at most
     int assemblyAgeMs = 30000;
 };
@@ -90,9 +90,18 @@ public:
     // counted and logged (drops at most once a second).
     int Send(const std::string& subject, const std::string& reply, std::string_view data);
     // Subscribes (queue group when `queue` is not empty) and returns once the
-    // server has the subscription (flush), 0 or a BusResult. Messages with
-    // this node's own identity are skipped unless acceptOwn.
+    // server has the subscription (flush): BUS_OK; BUS_TIMEOUT when the
+    // server did not confirm it in time (the subscription stands and is
+    // live once the connection is: do not subscribe again); BUS_FAILED.
+    // Messages with this node's own identity are skipped unless acceptOwn.
     int Subscribe(const std::string& subject, const std::string& queue, Handler handler, bool acceptOwn = false);
+    // True once the server has everything sent so far (its subscriptions too).
+    bool Flush(int timeoutMs);
+    // Waits until the subscriptions whose subject starts with `prefix` have
+    // handled every message they had received when called; false on time-out.
+    // (Each subscription delivers on a thread of its own: an answer can
+    // overtake what arrived before it on another subscription.)
+    bool CatchUp(const std::string& prefix, int timeoutMs);
     // Sends a request and waits for its one answer (reassembled).
     int Request(const std::string& subject, const std::string& data, int timeoutMs, std::string* answer);
     // Ends every waiting Request with BUS_NOT_CONNECTED and refuses new ones.

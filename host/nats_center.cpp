@@ -7,6 +7,7 @@
 #include "host/host_message.h"
 #include "host/host_pack.h"
 #include "host/nats_subject.h"
+#include "host/product_center.h"
 #include "host/product_json.h"
 
 namespace product {
@@ -18,7 +19,6 @@ namespace {
 constexpr int kPublishFunction = 620003;
 constexpr int kReportFunction = 620031;
 constexpr int kCenterReportFunction = 620299;
-constexpr int kSubscribeAnswerFunction = 620001;
 
 bool IsSyncFunction(int f) { return f == 620202 || f == 620203 || f == 620204 || f == 620206; }
 bool IsQueryFunction(int f) { return f == 620200 || f == 620201 || f == 620205 || f == 620207; }
@@ -242,7 +242,11 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
             // time goes out.
             if (!m_syncBusy.insert(function).second) return true;
         }
-        m_syncer.Push([this, function, request] { Synchronise(function, request); });
+        m_syncer.Push([this, function, request] {
+            Synchronise(function, request);
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_syncBusy.erase(function);
+        });
         return true;
     }
     if (m_ctx.subscribeFunctions.count(function) != 0 && msg.Raw(54).second > 0) {
@@ -254,30 +258,31 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
 }
 
 void CNatsCenter::Subscribe(int issueType, int packetId) {
-    bool live;
+    bool exists;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        live = m_subscribed.count(issueType) != 0;
+        exists = m_subscribed.count(issueType) != 0;
     }
-    if (!live) {
-        const std::string subject = natsbus::SubscriptionSubject(issueType);
-        int r = m_bus.Subscribe(subject, "", [this](natsbus::BusMessage& m) { OnPublication(m); });
-        if (r != natsbus::BUS_OK) {
-            // No answer: the plug-in sends the request again.
-            m_log("NATS: subscription to " + subject + " not live yet: " + natsbus::CNatsBus::ResultText(r));
-            return;
+    const std::string subject = natsbus::SubscriptionSubject(issueType);
+    int r = natsbus::BUS_OK;
+    if (!exists) {
+        r = m_bus.Subscribe(subject, "", [this](natsbus::BusMessage& m) { OnPublication(m); });
+        if (r == natsbus::BUS_OK || r == natsbus::BUS_TIMEOUT) {
+            // It stands even when not confirmed yet: never a second one.
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_subscribed[issueType] = packetId;
+            ++m_subscriptions;
         }
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_subscribed[issueType] = packetId;
-        ++m_subscriptions;
+    } else if (!m_bus.Flush(5000)) {
+        r = natsbus::BUS_TIMEOUT;
+    }
+    if (r != natsbus::BUS_OK) {
+        // No answer: the plug-in sends the request again.
+        m_log("NATS: subscription to " + subject + " not live yet: " + natsbus::CNatsBus::ResultText(r));
+        return;
     }
     // The subscription is live on the server: answer the plug-in.
-    hostemu::MessageSpec answer{kSubscribeAnswerFunction, 1};
-    answer.packetId = packetId;
-    answer.issueType = issueType;
-    auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{0}}));
-    answer.key.assign(key.begin(), key.end());
-    PostIntoPlugin(hostemu::BuildMessage(*m_ctx.factory, answer), m_ctx.center);
+    PostIntoPlugin(hostemu::BuildMessage(*m_ctx.factory, SubscriptionAnswer(packetId, issueType)), m_ctx.center);
 }
 
 bool CNatsCenter::Synchronise(int function, const std::string& request) {
@@ -287,6 +292,11 @@ bool CNatsCenter::Synchronise(int function, const std::string& request) {
     int r = m_bus.Request(subject, request, m_set.requestTimeoutMs, &answer);
     IESBMessage* msg = nullptr;
     if (r == natsbus::BUS_OK) {
+        // Publications that came before the answer (a peer's buffered ones
+        // after a reconnection) go into the plug-in before it, so none of
+        // them overwrites the newer rows of the answer.
+        if (!m_bus.CatchUp("tikron.pub.", 5000))
+            m_log("NATS: publications still queued behind the synchronisation answer " + std::to_string(function));
         msg = Decode(answer, "synchronisation answer from " + subject);
         if (msg != nullptr && (ItemInt(msg, 3) != 1 || ItemInt(msg, 5) != function)) {
             msg->Release();
@@ -300,8 +310,6 @@ bool CNatsCenter::Synchronise(int function, const std::string& request) {
     }
     const bool answered = msg != nullptr && PostIntoPlugin(msg, m_ctx.center) == 0;
     ++(answered ? m_syncAnswered : m_syncFailed);
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_syncBusy.erase(function);
     return answered;
 }
 
@@ -323,16 +331,11 @@ void CNatsCenter::Resynchronise(uint64_t round) {
     m_log("NATS: reconnected, synchronising " + std::to_string(left.size()) + " tables again");
     // Each table until its answer went in (the peer may come back after
     // this node), once a second; a later reconnection starts over.
+    // The plug-in's own requests wait behind this task; an answer the
+    // plug-in did not wait for still fills its table.
     while (m_attached && round == m_round) {
-        for (auto it = left.begin(); it != left.end();) {
-            bool busy;
-            {
-                std::lock_guard<std::mutex> lock(m_mutex);
-                busy = !m_syncBusy.insert(it->first).second;
-            }
-            // A request of the plug-in's own under way answers the table too.
-            it = busy || Synchronise(it->first, it->second) ? left.erase(it) : std::next(it);
-        }
+        for (auto it = left.begin(); it != left.end();)
+            it = Synchronise(it->first, it->second) ? left.erase(it) : std::next(it);
         if (left.empty() || !m_syncer.Sleep(1000)) return;
     }
 }
@@ -355,7 +358,11 @@ void CNatsCenter::OnPublication(natsbus::BusMessage& m) {
     // Reports published by another node go through the plug-in's
     // publication intake and conversion like any publication.
     if (function == kReportFunction) msg->GetItem(5)->SetInt(kPublishFunction, 0);
-    if (PostIntoPlugin(msg, m_ctx.center) == 0) ++m_intake;
+    if (PostIntoPlugin(msg, m_ctx.center) == 0) {
+        ++m_intake;
+    } else {
+        Refuse("publication on " + m.subject + ": the plug-in did not take it");
+    }
 }
 
 void CNatsCenter::OnRequest(natsbus::BusMessage& m) {
@@ -381,8 +388,11 @@ void CNatsCenter::OnRequest(natsbus::BusMessage& m) {
     msg->GetItem(11)->SetInt(local, 0);
     ++m_requests;
     if (PostIntoPlugin(msg, IsQueryFunction(function) ? m_ctx.client : m_ctx.center) != 0) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_pending.erase(local);
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_pending.erase(local);
+        }
+        Refuse("request on " + m.subject + ": the plug-in did not take it");
     }
 }
 

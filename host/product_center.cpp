@@ -16,6 +16,15 @@ constexpr int kSubscribeAnswerFunction = 620001;
 
 bool IsPeerRequest(int function) { return function >= 620200 && function <= 620207; }
 
+hostemu::MessageSpec SubscriptionAnswer(int packetId, int issueType) {
+    hostemu::MessageSpec answer{kSubscribeAnswerFunction, 1};
+    answer.packetId = packetId;
+    answer.issueType = issueType;
+    auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{0}}));
+    answer.key.assign(key.begin(), key.end());
+    return answer;
+}
+
 LocalCenter::LocalCenter(std::set<int> subscribeFunctions, int heartbeatMs, Post post)
     : m_subscribeFunctions(std::move(subscribeFunctions)), m_heartbeatMs(heartbeatMs), m_post(std::move(post)) {}
 
@@ -67,13 +76,8 @@ void LocalCenter::FromPlugin(COutgoing& msg) {
         return;
     }
     if (m_subscribeFunctions.count(function) == 0 || !msg.Snapshot().Has(54)) return;
-    hostemu::MessageSpec answer{kSubscribeAnswerFunction, 1};
-    answer.packetId = msg.Int(11);
-    answer.issueType = msg.Int(53);
-    auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{0}}));
-    answer.key.assign(key.begin(), key.end());
     ++m_subscriptions;
-    m_post(answer);
+    m_post(SubscriptionAnswer(msg.Int(11), msg.Int(53)));
 }
 
 void LocalCenter::ToPlugin(const hostemu::MessageSpec& msg) {

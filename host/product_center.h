@@ -51,6 +51,10 @@ public:
 // table synchronisation (620200..620207).
 bool IsPeerRequest(int function);
 
+// The center's answer to a subscription request: function 620001, packet
+// type 1, the request's packet id and issue type, "subscibe_result" 0.
+hostemu::MessageSpec SubscriptionAnswer(int packetId, int issueType);
+
 class LocalCenter final : public CenterRole {
 public:
     // subscribeFunctions: request functions answered as subscriptions
