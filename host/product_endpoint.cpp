@@ -61,23 +61,25 @@ void COutbox::Start(Handler handler, BatchDone batchDone, Logger log) {
     m_thread = std::thread([this] { Run(); });
 }
 
-void COutbox::Stop() {
+void COutbox::Stop(int drainMs) {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_stop)
+            m_drainEnd = (std::chrono::steady_clock::now() + std::chrono::milliseconds(drainMs)).time_since_epoch().count();
         m_stop = true;
     }
     m_cond.notify_all();
     if (m_thread.joinable()) m_thread.join();
 }
 
-bool COutbox::Push(IESBMessage* msg, bool toCenter) {
+bool COutbox::Push(IESBMessage* msg) {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_running && m_queue.size() < m_capacity) {
             // The writer takes the whole queue per wake-up: only the first
             // message after an empty queue needs to wake it.
             const bool wake = m_queue.empty();
-            m_queue.emplace_back(msg, toCenter);
+            m_queue.push_back(msg);
             if (m_queue.size() > m_highWater.load(std::memory_order_relaxed))
                 m_highWater.store(m_queue.size(), std::memory_order_relaxed);
             if (wake) m_cond.notify_one();
@@ -90,17 +92,28 @@ bool COutbox::Push(IESBMessage* msg, bool toCenter) {
 }
 
 void COutbox::Run() {
-    std::deque<std::pair<IESBMessage*, bool>> batch;
+    std::deque<IESBMessage*> batch;
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
         m_cond.wait(lock, [this] { return m_stop || !m_queue.empty(); });
         if (m_queue.empty()) break;
         batch.swap(m_queue);
         lock.unlock();
-        for (auto& m : batch) {
-            COutgoing out(m.first);
-            m_handler(out, m.second);
-            m.first->Release();
+        bool late = false;
+        size_t n = 0;
+        for (IESBMessage* m : batch) {
+            // Past the drain time of a stop, the rest is given back unhandled.
+            if (!late && ++n % 256 == 0) {
+                const int64_t end = m_drainEnd.load();
+                late = end != 0 && std::chrono::steady_clock::now().time_since_epoch().count() > end;
+            }
+            if (late) {
+                ++m_dropped;
+            } else {
+                COutgoing out(m);
+                m_handler(out);
+            }
+            m->Release();
         }
         batch.clear();
         if (m_batchDone) m_batchDone();
@@ -119,7 +132,7 @@ void COutbox::Run() {
 int CEndpoint::PostMsg(IESBMessage* msg, IMessageService*) {
     if (msg == nullptr) return -1;
     ++m_count;
-    m_outbox->Push(msg, m_toCenter);
+    m_outbox->Push(msg);
     return 0;
 }
 

@@ -1,14 +1,15 @@
 // How the plug-in's messages leave it in tikron-host. The plug-in posts to
 // its two neighbours (the center and the client side) on its own threads
-// (UDP consumer, workers); a CEndpoint only puts the message into the
+// (UDP consumer, workers); a CEndpoint only puts the message into its
 // bounded COutbox and returns, so those threads never wait for a file, the
-// network or a lock held by them. One writer thread takes the messages in
-// order and hands each to the host as a COutgoing, which makes the
-// encoding, the snapshot and the JSON line at most once, when first asked
-// for.
+// network or a lock held long. The outbox's writer thread takes the
+// messages in order and hands each to the host as a COutgoing, which makes
+// the encoding, the snapshot and the JSON line at most once, when first
+// asked for.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -52,7 +53,7 @@ public:
     // Runs on the writer thread for every message, in the order posted;
     // the message is released after it. BatchDone runs after each batch
     // taken from the queue (where files are flushed).
-    using Handler = std::function<void(COutgoing&, bool toCenter)>;
+    using Handler = std::function<void(COutgoing&)>;
     using BatchDone = std::function<void()>;
     using Logger = std::function<void(const std::string&)>;
 
@@ -60,19 +61,22 @@ public:
     ~COutbox() { Stop(); }
 
     void Start(Handler handler, BatchDone batchDone, Logger log);
-    // Handles what is queued, then ends the writer thread. Messages posted
-    // afterwards are released and counted as dropped.
-    void Stop();
+    // Handles what is queued (for drainMs at most: the rest is released,
+    // counted as dropped and logged), then ends the writer thread. Messages
+    // posted afterwards are released and counted as dropped.
+    void Stop(int drainMs = kStopDrainMs);
     // Never blocks beyond the queue's lock. False when the queue is full or
     // the writer stopped: the message is released and counted; the writer
     // logs the count.
-    bool Push(IESBMessage* msg, bool toCenter);
+    bool Push(IESBMessage* msg);
 
     uint64_t Dropped() const { return m_dropped.load(); }
     size_t HighWater() const { return m_highWater.load(); }
 
     // About a second of a busy feed (three publications per datagram).
     static constexpr size_t kDefaultCapacity = 65536;
+    // A stopping host exits promptly even behind a backlog.
+    static constexpr int kStopDrainMs = 500;
 
 private:
     void Run();
@@ -83,19 +87,19 @@ private:
     Logger m_log;
     std::mutex m_mutex;
     std::condition_variable m_cond;
-    std::deque<std::pair<IESBMessage*, bool>> m_queue;
+    std::deque<IESBMessage*> m_queue;
     bool m_running = false, m_stop = false;
+    std::atomic<int64_t> m_drainEnd{0};  // steady clock ticks; 0: not stopping
     std::thread m_thread;
     std::atomic<uint64_t> m_dropped{0};
     std::atomic<size_t> m_highWater{0};
     uint64_t m_droppedLogged = 0;  // writer thread only
 };
 
-// A neighbour of the plug-in: puts every message into the outbox.
+// A neighbour of the plug-in: puts every message into its outbox.
 class CEndpoint final : public IMessageService {
 public:
-    CEndpoint(std::string id, COutbox* outbox, bool toCenter)
-        : m_id(std::move(id)), m_outbox(outbox), m_toCenter(toCenter) {}
+    CEndpoint(std::string id, COutbox* outbox) : m_id(std::move(id)), m_outbox(outbox) {}
     uint64_t Count() const { return m_count.load(); }
 
     int QueryInterface(const char*, IKnown** out) override {
@@ -118,7 +122,6 @@ public:
 private:
     std::string m_id;
     COutbox* m_outbox;
-    bool m_toCenter;
     std::atomic<uint64_t> m_count{0};
 };
 

@@ -1,5 +1,6 @@
 #include "host/product_host.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <sstream>
@@ -83,8 +84,10 @@ int ProductHost::Start() {
 
     if (StartBus(o.configXml) != 0) return -1;
     m_host = std::make_unique<hostemu::HostEmulator>(o);
-    m_outbox.Start([this](COutgoing& m, bool toCenter) { OnPluginMessage(m, toCenter); },
-                   [this] { WriteLines(); }, [this](const std::string& text) { Log(text); });
+    for (bool toCenter : {true, false})
+        (toCenter ? m_centerOut : m_clientOut)
+            .Start([this, toCenter](COutgoing& m) { OnPluginMessage(m, toCenter); },
+                   [this, toCenter] { WriteLines(toCenter); }, [this](const std::string& text) { Log(text); });
     const std::set<int> functions = subscribeFunctions;
     m_role = std::make_unique<LocalCenter>(std::move(subscribeFunctions), heartbeatMs,
                                            [this](const hostemu::MessageSpec& s) {
@@ -109,7 +112,8 @@ int ProductHost::Start() {
         m_role->Stop();
         if (m_nats) m_nats->Stop();
         m_host->Shutdown();
-        m_outbox.Stop();  // gives the plug-in's last messages back before the factory goes
+        m_centerOut.Stop();  // gives the plug-in's last messages back before the factory goes
+        m_clientOut.Stop();
         m_host.reset();
         m_role.reset();
         m_nats.reset();
@@ -159,7 +163,8 @@ void ProductHost::Stop() {
     if (m_role) m_role->Stop();
     if (m_nats) m_nats->Stop();  // nothing more from the bus into a stopping plug-in
     if (m_host) m_host->Shutdown();
-    m_outbox.Stop();  // writes the last lines, gives the messages back
+    m_centerOut.Stop();  // writes the last lines, gives the messages back
+    m_clientOut.Stop();
     m_host.reset();
     m_role.reset();
     m_started = false;
@@ -189,9 +194,10 @@ void ProductHost::OnPluginMessage(COutgoing& msg, bool toCenter) {
     // requester's packet id back, and the line shows it so.
     const bool taken = toCenter && m_nats && m_nats->OnPluginMessage(msg);
     if (m_out != nullptr) {
-        m_pendingLines += msg.Line();
-        m_pendingLines.push_back('\n');
-        ++m_pendingCount;
+        Lines& lines = m_lanes[toCenter ? 1 : 0];
+        lines.text += msg.Line();
+        lines.text.push_back('\n');
+        ++lines.count;
     }
     {
         std::lock_guard<std::mutex> lock(m_watchMutex);
@@ -208,13 +214,17 @@ void ProductHost::OnPluginMessage(COutgoing& msg, bool toCenter) {
     if (toCenter && !taken && m_role) m_role->FromPlugin(msg);
 }
 
-void ProductHost::WriteLines() {
-    if (m_out == nullptr || m_pendingLines.empty()) return;
-    if (fwrite(m_pendingLines.data(), 1, m_pendingLines.size(), m_out) != m_pendingLines.size() || fflush(m_out) != 0)
-        Log(std::string("cannot write the publication lines: ") + strerror(errno));
-    m_lines += m_pendingCount;
-    m_pendingCount = 0;
-    m_pendingLines.clear();
+void ProductHost::WriteLines(bool toCenter) {
+    Lines& lines = m_lanes[toCenter ? 1 : 0];
+    if (m_out == nullptr || lines.text.empty()) return;
+    {
+        std::lock_guard<std::mutex> lock(m_outMutex);
+        if (fwrite(lines.text.data(), 1, lines.text.size(), m_out) != lines.text.size() || fflush(m_out) != 0)
+            Log(std::string("cannot write the publication lines: ") + strerror(errno));
+    }
+    m_lines += lines.count;
+    lines.count = 0;
+    lines.text.clear();
 }
 
 ProductHost::Exchange ProductHost::PostAndCollect(const hostemu::MessageSpec& msgFields, bool fromClient, int waitMs) {
@@ -371,7 +381,8 @@ json ProductHost::Stats() {
     json out = Manage(5);
     auto f = m_host->Factory().Stats();
     json host = {{"lines_written", m_lines.load()}, {"to_center", m_center.Count()}, {"to_client", m_client.Count()},
-                 {"writer_dropped", m_outbox.Dropped()}, {"writer_high_water", m_outbox.HighWater()}};
+                 {"writer_dropped", m_centerOut.Dropped() + m_clientOut.Dropped()},
+                 {"writer_high_water", std::max(m_centerOut.HighWater(), m_clientOut.HighWater())}};
     const json role = m_role->Counters();
     for (const auto& c : role.items()) host[c.key()] = c.value();
     host["queries"] = m_queries.load();

@@ -72,7 +72,7 @@ private:
     nlohmann::ordered_json Stats();
     // On the writer thread: every message the plug-in sent, in order.
     void OnPluginMessage(COutgoing& msg, bool toCenter);
-    void WriteLines();
+    void WriteLines(bool toCenter);
     void Log(const std::string& text);
     int ReadConfig(std::string* xml, std::set<int>* subscribeFunctions, int* heartbeatMs);
     int StartBus(const std::string& configXml);
@@ -83,15 +83,20 @@ private:
     std::unique_ptr<hostemu::HostEmulator> m_host;
     std::unique_ptr<CenterRole> m_role;
     std::unique_ptr<CNatsCenter> m_nats;  // the message center on NATS, when configured
-    COutbox m_outbox;
-    CEndpoint m_center{"mc", &m_outbox, true};
-    CEndpoint m_client{"client", &m_outbox, false};
+    // One writer per side: answers to clients never wait behind a backlog
+    // of publications.
+    COutbox m_centerOut, m_clientOut;
+    CEndpoint m_center{"mc", &m_centerOut};
+    CEndpoint m_client{"client", &m_clientOut};
 
-    // The lines file; written by the writer thread only, once per batch.
+    // The lines file, written once per batch of either writer.
+    std::mutex m_outMutex;
     FILE* m_out = nullptr;
     bool m_ownOut = false;
-    std::string m_pendingLines;
-    uint64_t m_pendingCount = 0;
+    struct Lines {
+        std::string text;
+        uint64_t count = 0;
+    } m_lanes[2];  // by side: [1] center, [0] client; each its writer's own
     std::atomic<uint64_t> m_lines{0};
     std::atomic<uint64_t> m_queries{0}, m_published{0}, m_sent{0};
 
