@@ -47,10 +47,7 @@ struct Listener {
                 (m.subject.rfind("tikron.pub.", 0) == 0 ? exact : lines).push_back(m);
             });
     }
-    size_t Count(bool json) {
-        std::lock_guard<std::mutex> lock(mutex);
-        return (json ? lines : exact).size();
-    }
+    ~Listener() { bus.Close(); }  // no callback after the vectors are gone
     natsbus::CNatsBus bus;
     std::mutex mutex;
     std::vector<natsbus::BusMessage> exact, lines;
