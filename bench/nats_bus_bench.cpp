@@ -175,7 +175,7 @@ double LossFreeRate(const std::string& url, bool json, double* perDatagram, std:
     *sizes = c.sizes;
     (void)warm;
     double best = 0;
-    for (double rate = 10000; rate <= 400000; rate *= 1.25) {
+    for (double rate = 5000; rate <= 400000; rate *= 1.25) {
         const long n = static_cast<long>(rate * g_trial);
         c.n = 0;
         s.Send(n, rate);

@@ -49,6 +49,8 @@ public:
     nlohmann::ordered_json Handle(const nlohmann::ordered_json& request);
 
     uint64_t LinesWritten() const { return m_lines.load(); }
+    // The bus's health for monitoring; false when the node is not on a bus.
+    bool BusHealth(NatsHealth* out) const;
 
 private:
     // What the plug-in sent while one posted message was under way.
@@ -68,7 +70,10 @@ private:
     nlohmann::ordered_json Manage(int functionId);
     nlohmann::ordered_json Pending();
     nlohmann::ordered_json Stats();
-    void OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCenter);
+    // On the writer thread: every message the plug-in sent, in order.
+    void OnPluginMessage(COutgoing& msg, bool toCenter);
+    void WriteLines(bool toCenter);
+    void Log(const std::string& text);
     int ReadConfig(std::string* xml, std::set<int>* subscribeFunctions, int* heartbeatMs);
     int StartBus(const std::string& configXml);
     int AttachBus(const std::set<int>& subscribeFunctions);
@@ -78,12 +83,20 @@ private:
     std::unique_ptr<hostemu::HostEmulator> m_host;
     std::unique_ptr<CenterRole> m_role;
     std::unique_ptr<CNatsCenter> m_nats;  // the message center on NATS, when configured
-    CEndpoint m_center{"mc"};
-    CEndpoint m_client{"client"};
+    // One writer per side: answers to clients never wait behind a backlog
+    // of publications.
+    COutbox m_centerOut, m_clientOut;
+    CEndpoint m_center{"mc", &m_centerOut};
+    CEndpoint m_client{"client", &m_clientOut};
 
+    // The lines file, written once per batch of either writer.
     std::mutex m_outMutex;
     FILE* m_out = nullptr;
     bool m_ownOut = false;
+    struct Lines {
+        std::string text;
+        uint64_t count = 0;
+    } m_lanes[2];  // by side: [1] center, [0] client; each its writer's own
     std::atomic<uint64_t> m_lines{0};
     std::atomic<uint64_t> m_queries{0}, m_published{0}, m_sent{0};
 
