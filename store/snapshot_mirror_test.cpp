@@ -56,14 +56,6 @@ uint64_t LoadedStamp(CTIKRONInfo_EX& t, int k) {
     return v;
 }
 
-SlotEx FileSlot(const std::string& bytes, int k) {
-    SlotEx s;
-    std::memset(&s, 0, sizeof s);
-    const size_t off = 16 + static_cast<size_t>(k - 1) * kR;
-    if (bytes.size() >= off + kR) std::memcpy(&s, bytes.data() + off, kR);
-    return s;
-}
-
 // Every slot of the file equals the table's entry for it.
 void ExpectFileEqualsTable(CTIKRONInfo_EX& t, const std::string& path) {
     const std::string bytes = ReadFile(path);
@@ -170,28 +162,18 @@ TEST(SnapshotMirror, DeleteAllAndDestructionResetTheJournal) {
 // --- journal replay on load ------------------------------------------------------
 
 std::string JournalWith(uint64_t slotNo, const SlotEx& slot, uint64_t commit, uint64_t applied) {
-    std::string page(tikron_store::kJournalFileSize, '\0');
-    tikron_store::SlotJournalHead h;
-    std::memset(&h, 0, sizeof h);
+    tikron_store::SlotJournalHead h{{}, kR, 16, commit, applied, slotNo, {}};
     std::memcpy(h.szMagic, tikron_store::kJournalMagic, sizeof h.szMagic);
-    h.uSlotSize = kR;
-    h.uHeadSize = 16;
-    h.uCommitSeq = commit;
-    h.uAppliedSeq = applied;
-    h.uSlotNo = slotNo;
+    std::string page(tikron_store::kJournalFileSize, '\0');
     std::memcpy(&page[0], &h, sizeof h);
     std::memcpy(&page[tikron_store::kJournalDataOffset], &slot, sizeof slot);
     return page;
 }
 
 std::string SnapshotOf(int K, uint64_t v) {
-    tagHQFileHead h{static_cast<uint64_t>(GetDate()), static_cast<uint64_t>(K)};
-    std::string b(reinterpret_cast<const char*>(&h), sizeof h);
-    for (int k = 0; k < K; ++k) {
-        const SlotEx s{k + 1, Stamped(k, v), k + 1};
-        b.append(reinterpret_cast<const char*>(&s), sizeof s);
-    }
-    return b;
+    std::vector<SlotEx> slots;
+    for (int k = 0; k < K; ++k) slots.push_back({k + 1, Stamped(k, v), k + 1});
+    return SnapshotImage(static_cast<uint64_t>(GetDate()), slots);
 }
 
 TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
@@ -239,7 +221,7 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
     EXPECT_EQ(tikron_store::SnapshotMirror::ReplayJournal(path.c_str(), 16, kR), 0);
     EXPECT_EQ(tikron_store::SnapshotMirror::ReplayJournal(nullptr, 16, kR), 0);
     uint64_t v = 0;
-    EXPECT_TRUE(StampOf(FileSlot(ReadFile(path), 3).szHQInfo, v));
+    EXPECT_TRUE(StampOf(SlotInFile<tagHQInfo_EX>(path, 3).szHQInfo, v));
     EXPECT_EQ(v, 98u);
 }
 
@@ -284,7 +266,7 @@ TEST(SnapshotFailure, FileThatCannotGrowKeepsTableAndCatchesUpLater) {
         EXPECT_EQ(t->GetCount(), static_cast<size_t>(K));
         EXPECT_EQ(LoadedStamp(*t, 11), 211u);
         uint64_t v = 0;  // slots that made it into the file are kept current
-        EXPECT_TRUE(StampOf(FileSlot(ReadFile(path), 3).szHQInfo, v));
+        EXPECT_TRUE(StampOf(SlotInFile<tagHQInfo_EX>(path, 3).szHQInfo, v));
         EXPECT_EQ(v, 202u);
     }
     size_t writeLines = 0, mapLines = 0;

@@ -1,6 +1,6 @@
 // Dispatch on a service object built directly (no library load): results by
-// type character, the on/off switches, push counters, a missing packer, the
-// exchange-feed record bounded to its fields, and the legacy single-leg copy.
+// type character, the on/off switches, a missing packer, the exchange-feed
+// record bounded to its fields, and the legacy single-leg copy.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,21 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "frame/tikron_service.h"
-#include "host/host_emulator.h"
-#include "host/host_pack.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
+#include "testing/frame_test_support.h"
 #include "testing/scratch_service.h"
-#include "udp/push_counter.h"
+#include "testing/store_test_support.h"
 
 namespace {
 
-std::string Datagram(char type, const std::string& text) {
-    char head[8];
-    snprintf(head, sizeof head, "%c%05d", type, static_cast<int>(text.size()));
-    return head + text;
-}
+using frametest::Datagram;
 
 class Dispatch : public testing::Test {
 protected:
@@ -43,10 +37,6 @@ protected:
     hostemu::CHostNeighbour& center_ = service_.Center();
 };
 
-const std::string kSingleLeg =
-    "IF2412,3850.2,3855.0,3861.4,3861.2,12,340,3861.6,8,290,3870.0,3845.2,3858.37,11.2,80321,160234,"
-    "92973211400.0,4235.2,3465.2,X,0,0,0,0,3849.8,158000,0,0,0,0,3861.0,5,3860.8,7,3860.6,9,"
-    "3860.4,11,3861.8,4,3862.0,6,3862.2,8,3862.4,10,F4,93015,";
 const std::string kDeal =
     "F4,IF2412,0,1,3861.2,5,1,1,3862.0,6,778,10086,R001,F01,OP1,6,8888,20240105,93002,C1,BC1,SC1,OCC,R,3,B,S,1,2,";
 
@@ -54,7 +44,7 @@ TEST_F(Dispatch, ResultsAndGates) {
     EXPECT_EQ(-2, Run("Q00003abc"));
     EXPECT_EQ(-2, Run("000010123456789"));  // declared longer than the text
     EXPECT_EQ(1u, log_.CountContaining("未知的记录类型: 81!"));
-    EXPECT_EQ(0, Run(Datagram('0', kSingleLeg)));
+    EXPECT_EQ(0, Run(Datagram('0', SingleLegText("IF2412", "F4") + ",93015,")));
     EXPECT_EQ(3u, center_.Count());
     svc_->m_iDealUdpHq = 0;
     EXPECT_EQ(0, Run("000010123456789"));  // switched off: not even checked
@@ -65,13 +55,6 @@ TEST_F(Dispatch, ResultsAndGates) {
     EXPECT_EQ(0, Run(Datagram('3', kDeal)));
     EXPECT_EQ(3u, center_.Count());
     EXPECT_EQ(0, Run(Datagram('A', "F1,2,1,")));  // exchange status is never switched off
-    EXPECT_EQ(5u, center_.Count());
-
-    // Malformed pushes are counted per kind, refused and publish nothing.
-    const unsigned long before = tikron_udp::PushReceived(tikron_udp::PUSH_OPT_HQ);
-    EXPECT_EQ(-2, Run(Datagram('Z', "x,")));
-    EXPECT_EQ(-2, Run("Z"));
-    EXPECT_EQ(before + 2, tikron_udp::PushReceived(tikron_udp::PUSH_OPT_HQ));
     EXPECT_EQ(5u, center_.Count());
 
     // No packer: nothing is sent, the line says why, no message leaks.
@@ -130,10 +113,7 @@ TEST_F(Dispatch, LegacyRecordEqualsTheLegacyParse) {
         std::vector<std::string> legacy;
         bool exPublished = false;
         for (const auto& m : center_.Messages()) {
-            hostemu::PackedBody body;
-            const std::vector<char> raw = m.Body();
-            if (m.IssueType() == 16 && hostemu::DecodePacked(raw.data(), static_cast<int>(raw.size()), &body) == 0)
-                legacy.push_back(body.rows.at(0).at(1).bytes);
+            if (m.IssueType() == 16) legacy.push_back(frametest::Decode(m.Body()).rows.at(0).at(1).bytes);
             exPublished = exPublished || m.IssueType() == 22;
         }
         ASSERT_EQ(legacy.size(), wantPublished ? 1u : 0u) << t;
