@@ -1,321 +1,208 @@
+// The quote texts (33100, 33102, 33105) both ways, exact to the byte and cut
+// at every size; the legacy single-leg copy and the exchange names.
 #include "quote/quote_text.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
+
+#include "testing/text_test_support.h"
 
 namespace {
 
-// Copies a (possibly misaligned) packed field before it is compared.
+using testing_support::ExpectCutsClean;
+using testing_support::T;
+
 template <typename T>
-T V(T v) {
+T V(T v) {  // copy of a possibly misaligned packed field
     return v;
 }
 
-// Expected texts are written with '|' for the 0x01 separator.
-std::string T(std::string s) {
-    for (char& c : s)
-        if (c == '|') c = '\x01';
-    return s;
-}
+// A 33100 body with a distinct value in every field, and the whole text.
+const std::string kBody = T(
+    "93015|0|F1||CF405|15000.500000|15010.000000|1234.000000|0.250000|15020.000000|15030.500000|15030.000000|12|"
+    "15031.000000|7|15100.000000|14900.000000|16000.000000|14000.000000|15025.250000|-30.500000|57|2147483647|"
+    "9.500000|15011.000000|15012.000000|0|0.500000|15029.000000|11|15028.000000|10|15027.000000|9|15026.000000|"
+    "-2147483648|15032.000000|6|15033.000000|5|15034.000000|4|15035.000000|3");
+const std::string kText = T("0|" + std::to_string(kBody.size()) + "|") + kBody;
+// Header and the fields up to the current delta: no depth fields.
+const std::string kThirty = kText.substr(0, kText.find(T("|15029.000000")));
 
-tagHQInfo_EX SampleEx() {
+tagHQInfo_EX Parsed22(const std::string& text) {
     tagHQInfo_EX r;
     std::memset(&r, 0, sizeof r);
-    std::strcpy(r.contract_code, "CF405");
-    std::strcpy(r.futu_exch_type, "F1");
-    r.time_stamp = 93015;
-    r.pre_square_price = 15000.5;
-    r.pre_close_price = 15010;
-    r.pre_open_interest = 1234.0;
-    r.pre_delta = 0.25;
-    r.futu_open_price = 15020;
-    r.futu_last_price = 15030.5;
-    r.buy_high_price = 15030;
-    r.buy_high_amount = 12;
-    r.sale_low_price = 15031;
-    r.sale_low_amount = 7;
-    r.futu_high_price = 15100;
-    r.futu_low_price = 14900;
-    r.uplimited_price = 16000;
-    r.downlimited_price = 14000;
-    r.average_price = 15025.25;
-    r.change_direction = 30.5;
-    r.business_amount = 57;
-    r.bear_amount = 890;
-    r.business_balance = 9.5;
-    r.curr_delta = 0.5;
-    r.bid_price2 = 15029; r.bid_volume2 = 11;
-    r.bid_price3 = 15028; r.bid_volume3 = 10;
-    r.bid_price4 = 15027; r.bid_volume4 = 9;
-    r.bid_price5 = 15026; r.bid_volume5 = 8;
-    r.ask_price2 = 15032; r.ask_volume2 = 6;
-    r.ask_price3 = 15033; r.ask_volume3 = 5;
-    r.ask_price4 = 15034; r.ask_volume4 = 4;
-    r.ask_price5 = 15035; r.ask_volume5 = 3;
+    EXPECT_EQ(Convert33100To22(text.c_str(), &r), 0);
     return r;
 }
 
-const std::string kSampleBody = T(
-    "93015|0|F1||CF405|15000.500000|15010.000000|1234.000000|0.250000|15020.000000|"
-    "15030.500000|15030.000000|12|15031.000000|7|15100.000000|14900.000000|16000.000000|"
-    "14000.000000|15025.250000|30.500000|57|890|9.500000|0.000000|0.000000|0|0.500000|"
-    "15029.000000|11|15028.000000|10|15027.000000|9|15026.000000|8|"
-    "15032.000000|6|15033.000000|5|15034.000000|4|15035.000000|3");
-
-// Header, fields 3..30 of the sample (no depth fields).
-const std::string kThirtyFields = T(
-    "0|200|93015|0|F1||CF405|15000.500000|15010.000000|1234.000000|0.250000|15020.000000|"
-    "15030.500000|15030.000000|12|15031.000000|7|15100.000000|14900.000000|16000.000000|"
-    "14000.000000|15025.250000|30.500000|57|890|9.500000|0.000000|0.000000|0|0.500000");
-
-TEST(Quote33100, WritesHeaderEndingAtFifteenAndExactBody) {
-    tagHQInfo_EX r = SampleEx();
-    char buf[1024];
-    std::memset(buf, 'x', sizeof buf);
-    const char* text = Convert22To33100(&r, buf, sizeof buf);
-    const std::string header = T("0|" + std::to_string(kSampleBody.size()) + "|");
-    ASSERT_EQ(text, buf + 15 - header.size());
-    EXPECT_EQ(std::string(text), header + kSampleBody);
-}
-
-TEST(Quote33100, RoundTripRestoresCarriedFieldsAndKeepsAsymmetries) {
-    tagHQInfo_EX src = SampleEx();
-    char buf[1024];
-    const char* text = Convert22To33100(&src, buf, sizeof buf);
-
-    tagHQInfo_EX back;
-    std::memset(&back, 0, sizeof back);
-    back.curr_delta = 7.75;       // not taken from the text
-    back.buy_total_amount = 41;   // not carried at all
-    ASSERT_EQ(Convert33100To22(text, &back), 0);
-    tagHQInfo_EX expect = src;
-    expect.curr_delta = 7.75;
-    expect.buy_total_amount = 41;
-    EXPECT_EQ(std::memcmp(&back, &expect, sizeof back), 0);
-    EXPECT_EQ(V(back.pre_open_interest), 1234.0);  // "1234.000000" read as an int
-
-    tagHQInfo legacy;
-    std::memset(&legacy, 0, sizeof legacy);
-    ASSERT_EQ(Convert33100To16(text, &legacy), 0);
-    EXPECT_STREQ(legacy.contract_code, "CF405");
-    EXPECT_STREQ(legacy.futu_exch_type, "F1");
-    EXPECT_EQ(legacy.business_amount, 57);
-    EXPECT_EQ(V(legacy.business_balance), 57.0);  // from the traded amount, not 9.5
-    EXPECT_EQ(V(legacy.curr_delta), 0.5);
-    EXPECT_EQ(V(legacy.ask_price5), 15035.0);
-    EXPECT_EQ(legacy.ask_volume5, 3);
-    EXPECT_EQ(legacy.bid_volume2, 11);
-}
-
-TEST(Quote33100, FractionalOpenInterestIsCutToItsIntegerPart) {
-    tagHQInfo_EX src = SampleEx();
-    src.pre_open_interest = 1234.75;
-    char buf[1024];
-    tagHQInfo_EX back;
-    std::memset(&back, 0, sizeof back);
-    ASSERT_EQ(Convert33100To22(Convert22To33100(&src, buf, sizeof buf), &back), 0);
-    EXPECT_EQ(V(back.pre_open_interest), 1234.0);
-}
-
-TEST(Quote33100, ThirtyFieldsLeaveDepthZero) {
-    tagHQInfo_EX ex;
-    std::memset(&ex, 0xAB, sizeof ex);  // depth must be written as zero
-    ASSERT_EQ(Convert33100To22(kThirtyFields.c_str(), &ex), 0);
-    EXPECT_EQ(V(ex.bid_price2), 0.0);
-    EXPECT_EQ(ex.bid_volume5, 0);
-    EXPECT_EQ(V(ex.ask_price5), 0.0);
-    EXPECT_EQ(ex.ask_volume5, 0);
-    EXPECT_EQ(ex.business_amount, 57);
-    EXPECT_STREQ(ex.contract_code, "CF405");
-
-    tagHQInfo hq;
-    std::memset(&hq, 0, sizeof hq);
-    ASSERT_EQ(Convert33100To16(kThirtyFields.c_str(), &hq), 0);
-    EXPECT_EQ(hq.ask_volume2, 0);
-    EXPECT_EQ(V(hq.curr_delta), 0.5);
-}
-
-TEST(Quote33100, FailuresLeaveTheRecordUntouched) {
-    const std::string cases[] = {
-        kThirtyFields + T("|15029.000000|11|15028.000000"),  // ends inside the depth fields
-        kThirtyFields.substr(0, kThirtyFields.rfind('\x01')),  // only 29 fields
-        T("|0|1|0|F1||CF405|1|2|3|4|5|6|7|8|9|10|11|12|13|14|15|16|17|18|19|20|21|22|23"),
-        T("0|0|1|0|F1||") + std::string(30, 'C') + T("|1"),  // contract code too long
-        "",
-    };
-    for (const std::string& text : cases) {
-        tagHQInfo_EX ex = SampleEx();
-        const tagHQInfo_EX before = ex;
-        EXPECT_LT(Convert33100To22(text.c_str(), &ex), 0) << text;
-        EXPECT_EQ(std::memcmp(&ex, &before, sizeof ex), 0) << text;
-
-        tagHQInfo hq;
-        std::memset(&hq, 0x5A, sizeof hq);
-        const tagHQInfo hqBefore = hq;
-        EXPECT_LT(Convert33100To16(text.c_str(), &hq), 0) << text;
-        EXPECT_EQ(std::memcmp(&hq, &hqBefore, sizeof hq), 0) << text;
-    }
-    // The first case fails at the missing amount field.
-    tagHQInfo_EX ex = SampleEx();
-    EXPECT_EQ(Convert33100To22(cases[0].c_str(), &ex), -2);
-}
-
-TEST(Quote33100, LegacyReaderKeepsTwelveCharactersOfTheCode) {
-    tagHQInfo_EX src = SampleEx();
-    std::strcpy(src.contract_code, "ABCDEFGHIJKLMNOPQRSTUVWXYZ");
-    char buf[1024];
-    const char* text = Convert22To33100(&src, buf, sizeof buf);
-    tagHQInfo hq;
-    std::memset(&hq, 0, sizeof hq);
-    ASSERT_EQ(Convert33100To16(text, &hq), 0);
-    EXPECT_STREQ(hq.contract_code, "ABCDEFGHIJKL");
+// 22 from the text keeps what the text does not carry (the current delta,
+// the total amounts); 16 takes the delta, and its turnover from the amount.
+TEST(Quote33100, TextToBothLayoutsAndBack) {
     tagHQInfo_EX ex;
     std::memset(&ex, 0, sizeof ex);
-    ASSERT_EQ(Convert33100To22(text, &ex), 0);
-    EXPECT_STREQ(ex.contract_code, "ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+    ex.curr_delta = 7.75;
+    ex.buy_total_amount = 41;
+    ASSERT_EQ(Convert33100To22(kText.c_str(), &ex), 0);
+    EXPECT_EQ(V(ex.curr_delta), 7.75);
+    EXPECT_EQ(ex.buy_total_amount, 41);
+    EXPECT_EQ(V(ex.business_balance), 9.5);
+    ex.curr_delta = 0.5;  // then the same text again
+    std::vector<char> buf(16384);  // room for any body: written in one pass
+    const char* text = Convert22To33100(&ex, buf.data(), static_cast<int>(buf.size()));
+    EXPECT_EQ(text + kText.size() - kBody.size(), buf.data() + 15);  // the header ends at byte 15
+    EXPECT_EQ(text, kText);
+
+    tagHQInfo hq;
+    std::memset(&hq, 0, sizeof hq);
+    ASSERT_EQ(Convert33100To16(kText.c_str(), &hq), 0);
+    EXPECT_STREQ(hq.futu_exch_type, "F1");
+    EXPECT_EQ(V(hq.business_balance), 57.0);
+    EXPECT_EQ(V(hq.curr_delta), 0.5);
+    EXPECT_EQ(hq.bear_amount, 2147483647);
+    EXPECT_EQ(hq.ask_volume5, 3);
 }
 
-TEST(Quote33100, WriterRefusesBuffersTooSmallForTheHeader) {
-    tagHQInfo_EX r = SampleEx();
-    char tiny[16];
-    EXPECT_EQ(Convert22To33100(&r, tiny, sizeof tiny), tiny);
-    EXPECT_EQ(tiny[0], '\0');
+// Cut at every size the body is a prefix of the whole body with its length
+// in the header, ending where the size ends; below 17 bytes the text is empty.
+TEST(Quote33100, WriterAtEverySize) {
+    tagHQInfo_EX r = Parsed22(kText);
+    r.curr_delta = 0.5;
+    for (int size = 1; size < static_cast<int>(kText.size()) + 20; ++size) {
+        std::vector<char> buf(static_cast<size_t>(size) + 8, '#');
+        const char* text = Convert22To33100(&r, buf.data(), size);
+        ASSERT_EQ(buf[static_cast<size_t>(size)], '#') << "written past size " << size;
+        if (size <= 16) {
+            ASSERT_EQ(text, buf.data());
+            ASSERT_EQ(buf[0], '\0');
+            continue;
+        }
+        const std::string body(buf.data() + 15);
+        ASSERT_EQ(body.size(), std::min<size_t>(kBody.size(), static_cast<size_t>(size) - 16)) << size;
+        ASSERT_EQ(kBody.compare(0, body.size(), body), 0) << size;
+        ASSERT_EQ(std::string(text), T("0|" + std::to_string(body.size()) + "|") + body) << size;
+    }
     EXPECT_EQ(Convert22To33100(&r, nullptr, 100), nullptr);
+    char buf[32];
+    EXPECT_EQ(Convert22To33100(nullptr, buf, sizeof buf), buf);
+    EXPECT_EQ(buf[0], '\0');
 }
 
-TEST(Quote33100, RefusesOverlongAndNullInput) {
-    tagHQInfo_EX ex = SampleEx();
-    const std::string huge = kSampleBody + std::string(QUOTE_TEXT_MAX_LEN, '1');
-    EXPECT_EQ(Convert33100To22(huge.c_str(), &ex), QUOTE_TEXT_TOO_LONG);
+TEST(Quote33100, ShortTextsCodesAndFailures) {
+    // Thirty fields leave the depth zero; the open interest is read as an int.
+    tagHQInfo_EX ex;
+    std::memset(&ex, 0xAB, sizeof ex);
+    ASSERT_EQ(Convert33100To22(kThirty.c_str(), &ex), 0);
+    EXPECT_EQ(V(ex.bid_price2), 0.0);
+    EXPECT_EQ(ex.ask_volume5, 0);
+    EXPECT_EQ(ex.business_amount, 57);
+    std::string fractional = kThirty;
+    fractional.replace(fractional.find("1234.000000"), 11, "1234.750000");
+    tagHQInfo hq;
+    std::memset(&hq, 0x5A, sizeof hq);
+    ASSERT_EQ(Convert33100To16(fractional.c_str(), &hq), 0);
+    EXPECT_EQ(hq.ask_volume2, 0);
+    EXPECT_EQ(V(hq.pre_open_interest), 1234.0);
+    // The legacy reader keeps twelve characters of the code.
+    std::string longCode = kText;
+    longCode.replace(longCode.find("CF405"), 5, "ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+    ASSERT_EQ(Convert33100To16(longCode.c_str(), &hq), 0);
+    EXPECT_STREQ(hq.contract_code, "ABCDEFGHIJKL");
+    EXPECT_STREQ(Parsed22(longCode).contract_code, "ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+
+    // Failures leave the record untouched.
+    const std::pair<std::string, int> cases[] = {
+        {kThirty + T("|15029.000000|11|15028.000000"), -2},  // ends inside the depth fields
+        {kThirty.substr(0, kThirty.rfind('\x01')), -2},        // only 29 fields
+        {T("0|0|1|0|F1||") + std::string(30, 'C') + T("|1"), -2},  // code too long
+        {"", -3},
+        {kBody + std::string(QUOTE_TEXT_MAX_LEN, '1'), QUOTE_TEXT_TOO_LONG},
+    };
+    for (const auto& [text, rc] : cases) {
+        ex = Parsed22(kText);
+        const tagHQInfo_EX before = ex;
+        EXPECT_EQ(Convert33100To22(text.c_str(), &ex), rc) << text;
+        EXPECT_EQ(std::memcmp(&ex, &before, sizeof ex), 0) << text;
+        std::memset(&hq, 0x5A, sizeof hq);
+        const tagHQInfo hqBefore = hq;
+        EXPECT_EQ(Convert33100To16(text.c_str(), &hq), rc) << text;
+        EXPECT_EQ(std::memcmp(&hq, &hqBefore, sizeof hq), 0) << text;
+    }
+    EXPECT_EQ(Convert33100To22(T("|0|1|0|F1||CF405|1").c_str(), &ex), -3);  // empty quote type
     EXPECT_EQ(Convert33100To22(nullptr, &ex), -1);
-    EXPECT_EQ(Convert33100To22(kThirtyFields.c_str(), nullptr), -1);
+    EXPECT_EQ(Convert33100To22(kThirty.c_str(), nullptr), -1);
+    EXPECT_EQ(Convert33100To16(nullptr, &hq), -1);
+    EXPECT_EQ(Convert33100To16(kThirty.c_str(), nullptr), -1);
 }
 
-tagArgHQInfo SampleArg() {
-    tagArgHQInfo r;
-    std::memset(&r, 0, sizeof r);
-    std::strcpy(r.contract_code, "SP CF405&CF409");
-    std::strcpy(r.futu_exch_type, "F1");
-    std::strcpy(r.first_code, "CF405");
-    std::strcpy(r.second_code, "CF409");
-    r.arbi_type = 'S';
-    r.buy_price = -15.5;
-    r.buy_amount = 3;
-    r.buy_total_amount = 30;
-    r.sale_price = -14.25;
-    r.sale_amount = 4;
-    r.sale_total_amount = 40;
-    r.futu_high_price = 20;
-    r.futu_low_price = -30;
-    r.uplimited_price = 100;
-    r.downlimited_price = -100;
-    return r;
-}
-
-TEST(Quote33102, ExactTextAndRoundTrip) {
-    tagArgHQInfo r = SampleArg();
-    char text[1024];
-    ASSERT_EQ(Convert18To33102(&r, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text),
-              T("SP CF405&CF409|F1|CF405|CF409|S|-15.500000|3|30|-14.250000|4|40|20.000000|"
-                "-30.000000|100.000000|-100.000000"));
-    tagArgHQInfo back;
-    std::memset(&back, 0, sizeof back);
-    ASSERT_EQ(Convert33102To18(text, &back), 0);
-    EXPECT_EQ(std::memcmp(&back, &r, sizeof r), 0);
-}
-
-TEST(Quote33102, FailureKeepsFieldsReadBeforeIt) {
+TEST(Quote33102And33105, TextsBothWays) {
+    const std::string arg = T("SP CF405&CF409|F1|CF405|CF409|S|-15.500000|3|30|-14.250000|4|40|20.000000|"
+                              "-30.000000|100.000000|-100.000000");
+    tagArgHQInfo a;
+    std::memset(&a, 0, sizeof a);
+    ASSERT_EQ(Convert33102To18(arg.c_str(), &a), 0);  // written back the same
+    ExpectCutsClean([&a](char* b, int n) { return Convert18To33102(&a, b, n); }, arg);
+    a.arbi_type = '\0';  // "%c" of 0 writes a zero byte
+    ExpectCutsClean([&a](char* b, int n) { return Convert18To33102(&a, b, n); },
+                    arg.substr(0, arg.find(T("|S|"))) + T("|") + '\0' + arg.substr(arg.find(T("|S|")) + 2));
+    // A failure keeps the fields read before it ("x" reads as 0).
     tagArgHQInfo r;
     std::memset(&r, 0, sizeof r);
     r.sale_amount = 99;
-    // "x" reads as 0.0 (atof); the missing field after it fails.
     EXPECT_EQ(Convert33102To18(T("SP1|F2|A1|B1|S|1.5|2|3|x").c_str(), &r), -2);
     EXPECT_STREQ(r.contract_code, "SP1");
     EXPECT_EQ(r.buy_total_amount, 3);
-    EXPECT_EQ(r.sale_amount, 99);  // not reached
+    EXPECT_EQ(r.sale_amount, 99);
     EXPECT_EQ(Convert33102To18(T("SP1|F2|A1|B1||1.5").c_str(), &r), -3);  // empty type
-}
 
-TEST(Quote33102, WriterIsBoundedBySize) {
-    tagArgHQInfo r = SampleArg();
-    char text[64];
-    std::memset(text, 'k', sizeof text);
-    EXPECT_EQ(Convert18To33102(&r, text, 10), QUOTE_TEXT_TRUNCATED);
-    EXPECT_EQ(std::strlen(text), 9u);
-    for (int i = 10; i < 64; ++i) ASSERT_EQ(text[i], 'k');
-    EXPECT_EQ(Convert18To33102(&r, text, 0), -1);
-}
-
-TEST(Quote33105, TextBothWays) {
     tagEXCHSTATUS s;
     std::memset(&s, 0, sizeof s);
-    std::strcpy(s.futu_exch_type, "F3");
-    std::strcpy(s.futu_status, "2");
-    s.can_trade = 1;
-    char text[64];
-    ASSERT_EQ(Convert24To33105(&s, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T("F3|2|1"));
-
-    tagEXCHSTATUS back;
-    std::memset(&back, 0, sizeof back);
-    ASSERT_EQ(Convert33105To24(text, &back), 0);
-    EXPECT_EQ(std::memcmp(&back, &s, sizeof s), 0);
-
-    // An exchange code of 3 characters does not fit.
-    EXPECT_EQ(Convert33105To24(T("F33|2|1").c_str(), &back), -2);
-    EXPECT_EQ(Convert33105To24(T("F1|2|12345678901234567").c_str(), &back), -3);
+    ASSERT_EQ(Convert33105To24(T("F3|2|-1").c_str(), &s), 0);
+    ExpectCutsClean([&s](char* b, int n) { return Convert24To33105(&s, b, n); }, T("F3|2|-1"));
+    EXPECT_EQ(Convert33105To24(T("F33|2|1").c_str(), &s), -2);  // three characters do not fit
+    EXPECT_EQ(Convert33105To24(T("F1|2|12345678901234567").c_str(), &s), -3);
+    const std::string longest(QUOTE_TEXT_MAX_LEN, '1'), tooLong = longest + '1';
+    EXPECT_EQ(Convert33105To24(longest.c_str(), &s), -2);
+    EXPECT_EQ(Convert33105To24(tooLong.c_str(), &s), QUOTE_TEXT_TOO_LONG);
+    EXPECT_EQ(Convert33102To18(tooLong.c_str(), &a), QUOTE_TEXT_TOO_LONG);
+    char buf[64];
+    EXPECT_EQ(Convert33105To24(T("F3|2|1").c_str(), nullptr), -1);
+    EXPECT_EQ(Convert33102To18(arg.c_str(), nullptr), -1);
+    EXPECT_EQ(Convert24To33105(nullptr, buf, 64), -1);
+    EXPECT_EQ(Convert18To33102(nullptr, buf, 64), -1);
 }
 
-TEST(QuoteHq22To16, CopiesByNameAndBoundsTheTexts) {
-    tagHQInfo_EX ex = SampleEx();
+// The copy from the extended record is checked datagram by datagram in
+// udp/udp_dispatch_test (LegacyRecordEqualsTheLegacyParse).
+TEST(QuoteHq22To16, BoundsTheCodeAndRefusesNoRecord) {
+    tagHQInfo_EX ex = Parsed22(kText);
     std::strcpy(ex.contract_code, "ABCDEFGHIJKLMNOP");
-    ex.form_buy_price = 1.5;
-    ex.form_sale_amount = 9;
-    ex.buy_total_amount = 100;
     tagHQInfo hq;
     std::memset(&hq, 0x33, sizeof hq);
     ASSERT_EQ(ConvertHq22To16(&ex, hq), 0);
-    EXPECT_STREQ(hq.contract_code, "ABCDEFGHIJKL");
-    EXPECT_STREQ(hq.futu_exch_type, "F1");
-    EXPECT_EQ(V(hq.form_buy_price), 1.5);
-    EXPECT_EQ(hq.form_sale_amount, 9);
-    EXPECT_EQ(hq.buy_total_amount, 100);
+    EXPECT_EQ(std::string(hq.contract_code, 13), std::string("ABCDEFGHIJKL\0", 13));
     EXPECT_EQ(V(hq.business_balance), 9.5);
-    EXPECT_EQ(V(hq.curr_delta), 0.5);
-    EXPECT_EQ(V(hq.pre_open_interest), 1234.0);
-    EXPECT_EQ(hq.ask_volume5, 3);
     EXPECT_EQ(ConvertHq22To16(nullptr, hq), -1);
 }
 
-TEST(QuoteExch, NamesToCodesFirstMatchWins) {
-    EXPECT_STREQ(ConvertExch("郑州交易所", true), "F1");
-    EXPECT_STREQ(ConvertExch("大连交易所", true), "F2");
-    EXPECT_STREQ(ConvertExch("上海交易所", true), "F3");
-    EXPECT_STREQ(ConvertExch("金融交易所", true), "F4");
-    EXPECT_STREQ(ConvertExch("能源交易所", true), "F5");
-    EXPECT_STREQ(ConvertExch("原油", true), "F5");
-    EXPECT_STREQ(ConvertExch("上海大宗", true), "F2");  // "大" is tested before "上海"
-    const char* other = "F3";
-    EXPECT_EQ(ConvertExch(other, true), other);
-    EXPECT_STREQ(ConvertExch(nullptr, true), "");
-}
-
-TEST(QuoteExch, CodesToNamesBySecondCharacter) {
-    EXPECT_STREQ(ConvertExch("F1", false), "郑州交易所");
-    EXPECT_STREQ(ConvertExch("F2", false), "大连交易所");
-    EXPECT_STREQ(ConvertExch("F3", false), "上海交易所");
-    EXPECT_STREQ(ConvertExch("X3", false), "上海交易所");
-    EXPECT_STREQ(ConvertExch("F4", false), "金融交易所");
-    EXPECT_STREQ(ConvertExch("F5", false), "能源交易所");
-    const char* f9 = "F9";
-    EXPECT_EQ(ConvertExch(f9, false), f9);
-    const char* empty = "";
-    EXPECT_EQ(ConvertExch(empty, false), empty);
-    for (const char* code : {"F1", "F2", "F3", "F4", "F5"})
-        EXPECT_STREQ(ConvertExch(ConvertExch(code, false), true), code);
+TEST(QuoteExch, NamesToCodesAndBack) {
+    // Names to codes: the first match wins ("大" is tested before "上海").
+    const std::pair<const char*, const char*> toCode[] = {
+        {"郑州交易所", "F1"}, {"大连交易所", "F2"}, {"上海交易所", "F3"}, {"金融交易所", "F4"},
+        {"能源交易所", "F5"}, {"原油", "F5"},       {"上海大宗", "F2"},   {nullptr, ""}};
+    for (const auto& [name, code] : toCode) EXPECT_STREQ(ConvertExch(name, true), code) << code;
+    // Codes to names by the second character.
+    const std::pair<const char*, const char*> toName[] = {{"F1", "郑州交易所"}, {"F2", "大连交易所"},
+                                                          {"F3", "上海交易所"}, {"X3", "上海交易所"},
+                                                          {"F4", "金融交易所"}, {"F5", "能源交易所"}};
+    for (const auto& [code, name] : toName) EXPECT_STREQ(ConvertExch(code, false), name) << code;
+    // Anything else is handed back as it is.
+    const char* const others[] = {"F3", "F9", ""};
+    EXPECT_EQ(ConvertExch(others[0], true), others[0]);
+    EXPECT_EQ(ConvertExch(others[1], false), others[1]);
+    EXPECT_EQ(ConvertExch(others[2], false), others[2]);
 }
 
 }  // namespace

@@ -1,289 +1,116 @@
+// Trade-report conversions: code words, the 33101 texts both ways, the legacy
+// copies, the other report texts, and the packed deal and entrust records.
 #include "report/report_text.h"
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "host/host_pack.h"
 #include "report/report_codes.h"
+#include "report/report_pack.h"
+#include "testing/store_test_support.h"
+#include "testing/text_test_support.h"
 
 namespace {
+
+using testing_support::ExpectCutsClean;
+using testing_support::T;
 
 template <typename T>
 T V(T v) {  // copy of a possibly misaligned packed field
     return v;
 }
 
-// Expected texts are written with '|' for the 0x01 separator.
-std::string T(std::string s) {
-    for (char& c : s)
-        if (c == '|') c = '\x01';
-    return s;
-}
-
+// A report with a distinct value in every field, in declaration order; as a
+// deal (business type 'B') and as an entrust.
 tagHB DealHB() {
-    tagHB h;
-    std::memset(&h, 0, sizeof h);
-    h.entrust_no = 1001;
-    std::strcpy(h.futures_account, "88001234");
-    std::strcpy(h.futu_exch_type, "郑州交易所");
-    std::strcpy(h.business_no, "B00012");
-    std::strcpy(h.contract_code, "CF405");
-    std::strcpy(h.entrust_name, "买入");
-    std::strcpy(h.direction_name, "开仓");
-    h.business_price = 15030.5;
-    h.business_amount = 2;
-    std::strcpy(h.hedge_name, "投机");
-    std::strcpy(h.fund_account, "00123");
-    std::strcpy(h.futu_report_no, "R7788");
-    std::strcpy(h.firm_no, "0101");
-    std::strcpy(h.operator_no, "op1");
-    h.client_group = 3;
-    h.entrust_amount = 5;
-    h.business_total_amount = 2;
-    h.entrust_price = 15031;
-    std::strcpy(h.business_type, "B");
-    std::strcpy(h.entrust_status, "7");
-    h.branch_no = 8;
-    std::strcpy(h.futu_entrust_type, "0");
-    h.amount_per_hand = 5;
-    std::strcpy(h.forceclose_reason, "0");
-    std::strcpy(h.confirm_no, "C123");
-    h.curr_date = 20240315;
-    h.curr_time = 93015;
-    std::strcpy(h.entrust_occasion, "occ");
-    std::strcpy(h.futu_entrust_prop, "0");
-    h.session_no = 2;
-    std::strcpy(h.entrust_reference, "ref1");
-    h.drop_profit = 12.5;
-    h.drop_profit_float = 13.5;
-    std::strcpy(h.szPositionStr, "pos1");
-    h.delta_entrust_fare = -1.5;
-    h.delta_entrust_margin = -100;
-    h.delta_business_fare = 1.5;
-    h.delta_hold_margin = 100;
-    return h;
+    return {1001, "88001234", "郑州交易所", "B00012", "CF405", "买入", "开仓", 15030.5, 2, "投机", "00123", "R7788",
+            "0101", "op1", 3, 5, 2, 1, 15031, "B", "7", 8, 4, "1", 6, "2", "C123", 20240315, 93015, "occ", 7.25,
+            "9", "ok", 11, "ref1", '1', "SP1", "SR405", 12.5, 13.5, "pos1", "wd1", -1.5, -100, 0.25, 1.5, 100, 0.75,
+            '3', '4', 0.5, 17};
 }
 
-tagHB EntrustHB() {
-    tagHB h = DealHB();
-    h.entrust_no = 1002;
-    std::strcpy(h.futu_exch_type, "上海交易所");
-    std::strcpy(h.entrust_name, "卖出");
-    std::strcpy(h.direction_name, "平今仓");
-    std::strcpy(h.hedge_name, "套保");
-    h.business_total_amount = 0;
-    std::strcpy(h.business_type, "0");
-    std::strcpy(h.entrust_status, "3");
-    std::strcpy(h.arbit_code, "SP1");
-    std::strcpy(h.error_message, "ok");
-    std::strcpy(h.second_code, "SR405");
-    h.weave_type = '1';
-    std::strcpy(h.withdraw_reference, "wd1");
-    h.time_condition = '3';
-    h.volume_condition = '1';
-    h.delta_report_fare = 0.5;
-    h.fex_min_volume = 1;
-    return h;
-}
+const std::string kDeal43 = T(
+    "1001|88001234|F1|B00012|CF405|1|1|15030.500000|2.000000|0|00123|R7788|0101|op1|3|5|2|1|15031.000000|7|8|4|1|"
+    "6|2|20240315|93015|C123|occ|7.250000|9|SP1|ref1|pos1|11|-1.500000|1.500000|-100.000000|100.000000|0.250000|"
+    "0.750000|12.500000|13.500000");
+const std::string kEntrust43 = T(
+    "1001|88001234|F1|CF405|1|1|0|00123|R7788|0101|op1|3|5|2|1|15031.000000|7|8|4|1|6|2|20240315|93015|C123|occ|"
+    "7.250000|9|SP1|ref1|ok|pos1|11|SR405|1|-1.500000|-100.000000|0.250000|wd1|3|4|0.500000|17");
+const std::string kCj30 = T(
+    "1001|88001234|F2|B00012|m2409|2|2|3120.000000|4.000000|2|123|R7788|0101|op1|3|5|4|1|3119.500000|8|8|6|0|10|"
+    "0|20240315|101010|C9|o1|0.000000");
+const std::string kWt27 = T(
+    "77|acc|F4|IF2406|1|4|1|42|r|f|o|1|2|0|3|3500.200000|a|9|7|1|300|0|20240102|91500|cn|oc|0.000000");
 
-const char* const kDeal43 =
-    "1001|88001234|F1|B00012|CF405|1|1|15030.500000|2.000000|0|00123|R7788|0101|op1|3|5|2|0|"
-    "15031.000000|7|8|0|0|5|0|20240315|93015|C123|occ|0.000000|0||ref1|pos1|2|-1.500000|"
-    "1.500000|-100.000000|100.000000|0.000000|0.000000|12.500000|13.500000";
-
-const char* const kEntrust43 =
-    "1002|88001234|F3|CF405|2|4|1|00123|R7788|0101|op1|3|5|0|0|15031.000000|3|8|0|0|5|0|"
-    "20240315|93015|C123|occ|0.000000|0|SP1|ref1|ok|pos1|2|SR405|1|-1.500000|-100.000000|"
-    "0.000000|wd1|3|1|0.500000|1";
-
-TEST(ReportCodes, BothDirectionsAndUnknowns) {
-    EXPECT_STREQ(ConvertBS('1'), "买入");
-    EXPECT_STREQ(ConvertBS('2'), "卖出");
-    EXPECT_STREQ(ConvertKP('1'), "开仓");
-    EXPECT_STREQ(ConvertKP('2'), "平仓");
-    EXPECT_STREQ(ConvertKP('4'), "平今仓");
-    EXPECT_STREQ(ConvertHedge('0'), "投机");
-    EXPECT_STREQ(ConvertHedge('1'), "套保");
-    EXPECT_STREQ(ConvertHedge('2'), "套利");
-    EXPECT_STREQ(ConvertKP('3'), " ");  // no code 3 for open/close
-    EXPECT_STREQ(ConvertBS('\0'), " ");
-    EXPECT_STREQ(ConvertHedge('3'), " ");
-
-    for (char c : {'1', '2'}) EXPECT_EQ(ConvertBS(ConvertBS(c)), c);
-    for (char c : {'1', '2', '4'}) EXPECT_EQ(ConvertKP(ConvertKP(c)), c);
-    for (char c : {'0', '1', '2'}) EXPECT_EQ(ConvertHedge(ConvertHedge(c)), c);
-
-    EXPECT_EQ(ConvertBS("买卖"), ' ');
-    EXPECT_EQ(ConvertKP("开平仓"), ' ');
-    EXPECT_EQ(ConvertHedge("投机套保"), ' ');
-    EXPECT_EQ(ConvertBS("买入 "), ' ');  // whole word only
-    EXPECT_EQ(ConvertBS("买"), ' ');
-    EXPECT_EQ(ConvertBS(static_cast<const char*>(nullptr)), ' ');
+// Code words: unknown codes give the blank word; words are matched whole
+// (at most the field's width), anything else gives the blank code.
+TEST(ReportCodes, UnknownCodesAndWords) {
+    EXPECT_EQ(std::string(ConvertKP('3')) + ConvertBS('\0') + ConvertHedge('3') + ConvertKP('4'), "   平今仓");
     const char unterminated[9] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
-    EXPECT_EQ(ConvertKP(unterminated), ' ');
+    EXPECT_EQ(std::string({ConvertBS("买卖"), ConvertKP("开平仓"), ConvertHedge("投机套保"), ConvertBS("买入 "),
+                           ConvertBS("买"), ConvertBS(static_cast<const char*>(nullptr)), ConvertKP(unterminated),
+                           ConvertHedge("套利")}),
+              "       2");
 }
 
+// The 43-field texts from a report, cut at every size. Any business type
+// but 'B' (an empty one too) is an entrust. One-character string fields
+// print empty; "%c" fields print a zero byte, the rest follows it.
 TEST(Report33101, FortyThreeFieldDealAndEntrustFromReport) {
-    char text[1024] = {0};
-    tagHB deal = DealHB();
-    ASSERT_EQ(ConvertHbTo33101(&deal, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T(kDeal43));
-
-    std::memset(text, 0, sizeof text);
-    tagHB entrust = EntrustHB();
-    ASSERT_EQ(ConvertHbTo33101(&entrust, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T(kEntrust43));
-
-    // Any business_type other than 'B' (an empty one too) is an entrust.
-    entrust.business_type[0] = '\0';
-    std::memset(text, 0, sizeof text);
-    ASSERT_EQ(ConvertHbTo33101(&entrust, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T(kEntrust43));
-}
-
-TEST(Report33101, ZeroCodesFromReport) {
-    // One-character string fields print empty; "%c" fields print a zero
-    // byte, which ends the text as a C string.
-    tagHB h = EntrustHB();
+    tagHB h = DealHB();
+    auto write = [&h](char* b, int n) { return ConvertHbTo33101(&h, b, n); };
+    ExpectCutsClean(write, kDeal43);
+    h.business_type[0] = '\0';
+    ExpectCutsClean(write, kEntrust43);
     h.entrust_status[0] = '\0';
     h.weave_type = '\0';
     std::strcpy(h.entrust_name, "买卖");
-    char text[1024] = {0};
-    ASSERT_EQ(ConvertHbTo33101(&h, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text),
-              T("1002|88001234|F3|CF405| |4|1|00123|R7788|0101|op1|3|5|0|0|15031.000000||8|0|0|"
-                "5|0|20240315|93015|C123|occ|0.000000|0|SP1|ref1|ok|pos1|2|SR405|"));
-    // The rest of the fields is still written behind the zero byte.
-    const std::size_t n = std::strlen(text);
-    EXPECT_EQ(std::string(text + n + 1), T("|-1.500000|-100.000000|0.000000|wd1|3|1|0.500000|1"));
+    std::string zeroCodes = kEntrust43;
+    zeroCodes.replace(zeroCodes.find(T("|1|1|0|")), 7, T("| |1|0|"));
+    zeroCodes.replace(zeroCodes.find(T("|7|8|4|")), 7, T("||8|4|"));
+    zeroCodes.replace(zeroCodes.find(T("SR405|1|")), 8, T("SR405|") + '\0' + T("|"));
+    ExpectCutsClean(write, zeroCodes);
+    // Unterminated fields print at most their width.
+    std::memset(h.error_message, 'e', sizeof h.error_message);
+    char text[1024];
+    ASSERT_EQ(write(text, sizeof text), 0);
+    const std::string t = text;
+    EXPECT_EQ(t.substr(t.find(T("|ref1|"))), T("|ref1|" + std::string(256, 'e') + "|pos1|11|SR405|"));
+    EXPECT_EQ(ConvertHbTo33101(static_cast<tagHB*>(nullptr), text, 64), -1);
 }
 
-tagCJ_EX SampleCj() {
+// Deal and entrust record texts: parsed into records (names for codes) and
+// written back the same; a zero "%c" ends the written text.
+TEST(Report33101, DealAndEntrustRecordTextsBothWays) {
     tagCJ_EX c;
     std::memset(&c, 0, sizeof c);
-    c.entrust_no = 1001;
-    std::strcpy(c.futures_account, "88001234");
-    std::strcpy(c.futu_exch_type, "大连交易所");
-    std::strcpy(c.business_no, "B00012");
-    std::strcpy(c.contract_code, "m2409");
-    std::strcpy(c.entrust_name, "卖出");
-    std::strcpy(c.direction_name, "平仓");
-    c.business_price = 3120;
-    c.business_amount = 4;
-    std::strcpy(c.hedge_name, "套利");
-    c.fund_account = 123;
-    std::strcpy(c.futu_report_no, "R7788");
-    std::strcpy(c.firm_no, "0101");
-    std::strcpy(c.operator_no, "op1");
-    c.client_group = 3;
-    c.entrust_amount = 5;
-    c.business_total_amount = 4;
-    c.cacel_amount = 1;
-    c.entrust_price = 3119.5;
-    c.entrust_status = '8';
-    c.branch_no = 8;
-    c.batch_no = 6;
-    c.futu_entrust_type = '0';
-    c.amount_per_hand = 10;
-    c.forceclose_reason = '0';
-    c.init_date = 20240315;
-    c.business_time = 101010;
-    std::strcpy(c.confirm_no, "C9");
-    std::strcpy(c.entrust_occasion, "o1");
-    c.frozen_fare = 3.5;
-    return c;
-}
-
-const char* const kCj30 =
-    "1001|88001234|F2|B00012|m2409|2|2|3120.000000|4.000000|2|123|R7788|0101|op1|3|5|4|1|"
-    "3119.500000|8|8|6|0|10|0|20240315|101010|C9|o1|0.000000";
-
-TEST(Report33101, DealRecordTextAndParseBack) {
-    tagCJ_EX c = SampleCj();
-    char text[1024] = {0};
+    ASSERT_EQ(Convert33101ToCj(kCj30.c_str(), &c, 0), 0);
+    EXPECT_STREQ(c.futu_exch_type, "大连交易所");
+    EXPECT_STREQ(c.hedge_name, "套利");
+    ExpectCutsClean([&c](char* b, int n) { return ConvertCjTo33101(&c, b, n); }, kCj30);
+    c.entrust_status = '\0';
+    char text[1024];
     ASSERT_EQ(ConvertCjTo33101(&c, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T(kCj30));
+    EXPECT_EQ(text, kCj30.substr(0, kCj30.find(T("|8|8|6|")) + 1));
 
-    tagCJ_EX back;
-    std::memset(&back, 0, sizeof back);
-    ASSERT_EQ(Convert33101ToCj(text, &back, 0), 0);
-    EXPECT_STREQ(back.futu_exch_type, "大连交易所");
-    EXPECT_STREQ(back.entrust_name, "卖出");
-    EXPECT_STREQ(back.direction_name, "平仓");
-    EXPECT_STREQ(back.hedge_name, "套利");
-    EXPECT_EQ(back.fund_account, 123);
-    EXPECT_EQ(back.init_date, 20240315);
-    EXPECT_EQ(back.business_time, 101010);
-    EXPECT_EQ(V(back.entrust_price), 3119.5);
-    EXPECT_STREQ(back.entrust_occasion, "o1");
-
-    char again[1024] = {0};
-    ASSERT_EQ(ConvertCjTo33101(&back, again, sizeof again), 0);
-    EXPECT_EQ(std::string(again), std::string(text));
-
-    // A report's 43-field deal text parses too (the later fields are ignored).
-    std::memset(&back, 0, sizeof back);
-    ASSERT_EQ(Convert33101ToCj(T(kDeal43).c_str(), &back, 0), 0);
-    EXPECT_STREQ(back.contract_code, "CF405");
-    EXPECT_EQ(back.fund_account, 123);
-    EXPECT_STREQ(back.entrust_occasion, "occ");
-}
-
-TEST(Report33101, EntrustRecordTextAndParseBack) {
     tagWTQR_EX w;
     std::memset(&w, 0, sizeof w);
-    w.entrust_no = 77;
-    std::strcpy(w.futures_account, "acc");
-    std::strcpy(w.futu_exch_type, "金融交易所");
-    std::strcpy(w.contract_code, "IF2406");
-    std::strcpy(w.entrust_name, "买入");
-    std::strcpy(w.direction_name, "平今仓");
-    std::strcpy(w.hedge_name, "套保");
-    w.fund_account = 42;
-    std::strcpy(w.futu_report_no, "r");
-    std::strcpy(w.firm_no, "f");
-    std::strcpy(w.operator_no, "o");
-    w.client_group = 1;
-    w.entrust_amount = 2;
-    w.entrust_price = 3500.2;
-    w.entrust_status = 'a';
-    w.branch_no = 9;
-    w.futu_entrust_type = '1';
-    w.amount_per_hand = 300;
-    w.forceclose_reason = '0';
-    w.init_date = 20240102;
-    w.curr_time = 91500;
-    std::strcpy(w.confirm_no, "cn");
-    std::strcpy(w.entrust_occasion, "oc");
-    w.weave_type = 5;  // not part of the text
-    char text[1024] = {0};
-    ASSERT_EQ(ConvertHbTo33101(&w, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T("77|acc|F4|IF2406|1|4|1|42|r|f|o|1|2|0|0|3500.200000|a|9|0|1|"
-                                   "300|0|20240102|91500|cn|oc|0.000000"));
+    ASSERT_EQ(Convert33101ToWT(kWt27.c_str(), &w, 0), 0);
+    EXPECT_STREQ(w.direction_name, "平今仓");
+    ExpectCutsClean([&w](char* b, int n) { return ConvertHbTo33101(&w, b, n); }, kWt27);
+    EXPECT_EQ(ConvertCjTo33101(nullptr, text, 64), -1);
+    EXPECT_EQ(ConvertHbTo33101(static_cast<tagWTQR_EX*>(nullptr), text, 64), -1);
 
-    tagWTQR_EX back;
-    std::memset(&back, 0, sizeof back);
-    ASSERT_EQ(Convert33101ToWT(text, &back, 0), 0);
-    w.weave_type = 0;
-    EXPECT_EQ(std::memcmp(&back, &w, sizeof w), 0);
-
-    std::memset(&back, 0, sizeof back);
-    ASSERT_EQ(Convert33101ToWT(T(kEntrust43).c_str(), &back, 0), 0);
-    EXPECT_STREQ(back.futu_exch_type, "上海交易所");
-    EXPECT_STREQ(back.direction_name, "平今仓");
-    EXPECT_EQ(back.entrust_status, '3');
-    EXPECT_EQ(back.curr_time, 93015);
-    EXPECT_STREQ(back.entrust_occasion, "occ");
-}
-
-TEST(Report33101, ZeroCharacterFieldEndsRecordText) {
-    tagCJ_EX c = SampleCj();
-    c.entrust_status = '\0';
-    char text[1024] = {0};
-    ASSERT_EQ(ConvertCjTo33101(&c, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T("1001|88001234|F2|B00012|m2409|2|2|3120.000000|4.000000|2|123|"
-                                   "R7788|0101|op1|3|5|4|1|3119.500000|"));
+    // The 43-field texts of reports parse too; their later fields are ignored.
+    ASSERT_EQ(Convert33101ToCj(kDeal43.c_str(), &c, 0), 0);
+    EXPECT_STREQ(c.entrust_occasion, "occ");
+    ASSERT_EQ(Convert33101ToWT(kEntrust43.c_str(), &w, 0), 0);
+    EXPECT_STREQ(w.entrust_occasion, "occ");
 }
 
 TEST(Report33101, ParseFailuresAndUnknownCodes) {
@@ -293,150 +120,200 @@ TEST(Report33101, ParseFailuresAndUnknownCodes) {
     EXPECT_EQ(Convert33101ToCj(T("1001|acc").c_str(), &c, 0), -2);
     EXPECT_EQ(c.entrust_no, 1001);
     EXPECT_STREQ(c.futures_account, "acc");
-    EXPECT_EQ(V(c.business_price), 0.0);
-
     // Unknown codes become the blank word; an unknown exchange stays as is.
     std::string t = kCj30;
-    t.replace(t.find("|F2|"), 4, "|Q9|");
-    t.replace(t.find("|2|2|"), 5, "|9|3|");
-    std::memset(&c, 0, sizeof c);
-    ASSERT_EQ(Convert33101ToCj(T(t).c_str(), &c, 0), 0);
+    t.replace(t.find(T("|F2|")), 4, T("|Q9|"));
+    t.replace(t.find(T("|2|2|")), 5, T("|9|3|"));
+    ASSERT_EQ(Convert33101ToCj(t.c_str(), &c, 0), 0);
     EXPECT_STREQ(c.futu_exch_type, "Q9");
     EXPECT_STREQ(c.entrust_name, " ");
     EXPECT_STREQ(c.direction_name, " ");
-
     // An empty status field is refused by the character reader.
     t = kCj30;
-    t.replace(t.find("|8|8|6|"), 7, "||8|6|");
+    t.replace(t.find(T("|8|8|6|")), 7, T("||8|6|"));
     std::memset(&c, 0, sizeof c);
-    EXPECT_EQ(Convert33101ToCj(T(t).c_str(), &c, 0), -3);
+    EXPECT_EQ(Convert33101ToCj(t.c_str(), &c, 0), -3);
     EXPECT_EQ(V(c.entrust_price), 3119.5);
     EXPECT_EQ(c.branch_no, 0);
-
     // Texts longer than the working buffer are refused, not cut.
-    EXPECT_EQ(Convert33101ToCj(std::string(1023, '1').c_str(), &c, 0), QUOTE_TEXT_TOO_LONG);
     tagWTQR_EX w;
-    EXPECT_EQ(Convert33101ToWT(std::string(1023, '1').c_str(), &w, 0), QUOTE_TEXT_TOO_LONG);
+    const std::string longest(1022, '1'), tooLong(1023, '1');
+    EXPECT_EQ(Convert33101ToCj(longest.c_str(), &c, 0), -3);
+    EXPECT_EQ(Convert33101ToCj(tooLong.c_str(), &c, 0), QUOTE_TEXT_TOO_LONG);
+    EXPECT_EQ(Convert33101ToWT(longest.c_str(), &w, 0), -3);
+    EXPECT_EQ(Convert33101ToWT(tooLong.c_str(), &w, 0), QUOTE_TEXT_TOO_LONG);
     EXPECT_EQ(Convert33101ToWT(nullptr, &w, 0), -1);
-    EXPECT_EQ(Convert33101ToCj(T(kCj30).c_str(), nullptr, 0), -1);
+    EXPECT_EQ(Convert33101ToWT(kWt27.c_str(), nullptr, 0), -1);
+    EXPECT_EQ(Convert33101ToCj(nullptr, &c, 0), -1);
+    EXPECT_EQ(Convert33101ToCj(kCj30.c_str(), nullptr, 0), -1);
 }
 
-TEST(Report33101, WritersStayInsideTheirSize) {
-    char buf[256];
-    std::memset(buf, 'k', sizeof buf);
-    tagHB h = EntrustHB();
-    std::memset(h.error_message, 'e', sizeof h.error_message);  // no terminator
-    EXPECT_EQ(ConvertHbTo33101(&h, buf, 64), QUOTE_TEXT_TRUNCATED);
-    EXPECT_EQ(std::strlen(buf), 63u);
-    for (int i = 64; i < 256; ++i) ASSERT_EQ(buf[i], 'k') << i;
-
-    char big[2048] = {0};
-    ASSERT_EQ(ConvertHbTo33101(&h, big, sizeof big), 0);
-    // The unterminated field prints at most its width.
-    EXPECT_NE(std::string(big).find(std::string(256, 'e') + "\x01" "pos1"), std::string::npos);
-    EXPECT_EQ(ConvertHbTo33101(&h, big, 0), -1);
-    EXPECT_EQ(ConvertHbTo33101(static_cast<tagHB*>(nullptr), big, 10), -1);
-}
-
-TEST(ReportLegacyCopy, DealBoundsEveryTextToItsField) {
-    tagCJ_EX c = SampleCj();
+// Legacy copies: every text bounded to its field, the target's last byte of
+// each text left as it was.
+TEST(ReportLegacyCopy, DealAndEntrustBoundEveryText) {
+    tagCJ_EX c;
+    tagWTQR_EX w;
+    ASSERT_EQ(Convert33101ToCj(kCj30.c_str(), &c, 0), 0);
+    ASSERT_EQ(Convert33101ToWT(kWt27.c_str(), &w, 0), 0);
     std::strcpy(c.contract_code, "ABCDEFGHIJKLMNOPQRS");
-    tagCJ legacy;
-    std::memset(&legacy, 0, sizeof legacy);
-    ASSERT_EQ(ConvertCj23To17(&c, legacy), 0);
-    EXPECT_STREQ(legacy.contract_code, "ABCDEFGHIJKL");
-    EXPECT_STREQ(legacy.entrust_name, "卖出");
-    EXPECT_EQ(legacy.fund_account, 123);
-    EXPECT_EQ(V(legacy.business_price), 3120.0);
-    EXPECT_EQ(legacy.business_time, 101010);
-    EXPECT_STREQ(legacy.confirm_no, "C9");
-    EXPECT_EQ(V(legacy.frozen_fare), 3.5);
-
-    // The target's last byte of each text is left as it was.
-    std::memset(&legacy, '#', sizeof legacy);
-    ASSERT_EQ(ConvertCj23To17(&c, legacy), 0);
-    EXPECT_EQ(std::string(legacy.contract_code, 12), "ABCDEFGHIJKL");
-    EXPECT_EQ(legacy.contract_code[12], '#');
-    EXPECT_EQ(std::string(legacy.firm_no, 8), std::string("0101\0\0\0\0", 8));
-    EXPECT_EQ(legacy.firm_no[8], '#');
+    std::strcpy(w.contract_code, "ABCDEFGHIJKLMNOPQRS");
+    std::strcpy(w.arbitrage_code, "SP IF2406-C&IF2409-C");
+    tagCJ cj;
+    tagWTQR wt;
+    std::memset(&cj, '#', sizeof cj);
+    std::memset(&wt, '#', sizeof wt);
+    ASSERT_EQ(ConvertCj23To17(&c, cj), 0);
+    ASSERT_EQ(ConvertHb23To17(&w, wt), 0);
+    EXPECT_EQ(std::string(cj.contract_code, 13), "ABCDEFGHIJKL#");
+    EXPECT_EQ(std::string(cj.firm_no, 9), std::string("0101\0\0\0\0#", 9));
+    EXPECT_EQ(std::string(wt.contract_code, 13), "ABCDEFGHIJKL#");
+    EXPECT_EQ(std::string(wt.arbitrage_code, 21), "SP IF2406-C&IF2409-C#");
+    EXPECT_EQ(ConvertCj23To17(nullptr, cj), -1);
+    EXPECT_EQ(ConvertHb23To17(nullptr, wt), -1);
 }
 
-TEST(ReportOtherTexts, InquiryTextIsBoundedBySize) {
-    tagXJ x;
-    std::memset(&x, 0, sizeof x);
-    std::strcpy(x.forquote_no, "Q000123");
-    std::strcpy(x.contract_code, "m2409-C-3000");
-    x.init_date = 20240315;
-    x.update_time = 93001;
-    char text[1024] = {0};
-    ASSERT_EQ(ConvertXJHqTo33300(&x, text, sizeof text), 0);
-    EXPECT_EQ(std::string(text), T("Q000123|m2409-C-3000|20240315|93001"));
-    EXPECT_EQ(ConvertXJHqTo33300(&x, text, 12), QUOTE_TEXT_TRUNCATED);
-    EXPECT_EQ(std::string(text), T("Q000123|m24"));
+// The other report texts, cut at every size; a zero "%c" ends the text.
+TEST(ReportOtherTexts, InquiryQuoteReportOffsetAndMargin) {
+    tagXJ x{"Q000123", "m2409-C-3000", 20240315, 93001};
+    ExpectCutsClean([&x](char* b, int n) { return ConvertXJHqTo33300(&x, b, n); },
+                    T("Q000123|m2409-C-3000|20240315|93001"));
+    tagBJHB q{"F1", "CF405", "1", "0", 15030.5, 2, "2", "1", 15031, 3, 77, "00123", "R7788", "0101", "op1",
+              "8", 8, 20240315, 93015, "C1", "C2", "C3", "qo", "qr", 6, "br", "sr", 11, 12};
+    ExpectCutsClean([&q](char* b, int n) { return ConvertBJHbTo33301(&q, b, n); },
+                    T("F1|CF405|1|0|15030.500000|2.000000|2|1|15031.000000|3.000000|77|00123|R7788|0101|op1|8|8|"
+                      "20240315|93015|C1|C2|C3|qo|qr|6|br|sr|11|12"));
+    tagOFFSET o{"00123", "88001234", 17, "F3", "cu2406", 3, '1', '2', '0', "done", "p9"};
+    auto offset = [&o](char* b, int n) { return ConvertOffsetTo33117(&o, b, n); };
+    ExpectCutsClean(offset, T("00123|88001234|17|F3|cu2406|3|1|2|0|done|p9"));
+    o.offset_type = '\0';
+    ExpectCutsClean(offset, T("00123|88001234|17|F3|cu2406|3|") + '\0' + T("|2|0|done|p9"));
+    tagZJZHBZJHB z{21,    "88001234", "F2", "SP m2409&m2501", "m2409", "m2501", '1', '0', '1', "00123", "rid",
+                   "f1",  "op", 4, 2, '3', 8, 1, '0', 20240315, 100000, "p1", '2', "oc", "er", "em", "ps", 6,
+                   1.25, 2.5, 3.75, '1', 10};  // amount_per_hand (10) is not part of the text
+    auto margin = [&z](char* b, int n) { return ConvertZJZH_BZJHBTo33106(&z, b, n); };
+    const std::string head = T("21|88001234|F2|SP m2409&m2501|m2409|m2501|1|0|1|00123|rid|f1|op|4|2|3|8|1|0|20240315|100000|p1|");
+    ExpectCutsClean(margin, head + T("2|oc|er|em|ps|6|1.250000|2.500000|3.750000|1"));
+    z.weave_type = '\0';
+    ExpectCutsClean(margin, head + '\0' + T("|oc|er|em|ps|6|1.250000|2.500000|3.750000|1"));
+    char buf[64];
+    EXPECT_EQ(ConvertXJHqTo33300(nullptr, buf, 64), -1);
+    EXPECT_EQ(ConvertBJHbTo33301(nullptr, buf, 64), -1);
+    EXPECT_EQ(ConvertOffsetTo33117(nullptr, buf, 64), -1);
+    EXPECT_EQ(ConvertZJZH_BZJHBTo33106(nullptr, buf, 64), -1);
 }
 
-TEST(ReportOtherTexts, OffsetSetting) {
-    tagOFFSET o;
-    std::memset(&o, 0, sizeof o);
-    std::strcpy(o.fund_account, "00123");
-    std::strcpy(o.futures_account, "88001234");
-    o.entrust_no = 17;
-    std::strcpy(o.futu_exch_type, "F3");
-    std::strcpy(o.futu_code, "cu2406");
-    o.entrust_amount = 3;
-    o.offset_type = '1';
-    o.entrust_status = '2';
-    o.offset_action_type = '0';
-    std::strcpy(o.error_message, "done");
-    std::strcpy(o.position_str, "p9");
-    char text[1024] = {0};
-    ASSERT_EQ(ConvertOffsetTo33117(&o, text), 0);
-    EXPECT_EQ(std::string(text), T("00123|88001234|17|F3|cu2406|3|1|2|0|done|p9"));
+// --- packed deal and entrust records -------------------------------------------
 
-    o.offset_type = '\0';  // "%c" of 0 ends the text after field 6
-    std::memset(text, 0, sizeof text);
-    ASSERT_EQ(ConvertOffsetTo33117(&o, text), 0);
-    EXPECT_EQ(std::string(text), T("00123|88001234|17|F3|cu2406|3|"));
+// The raw records HBToCJ/HBToWTQR hand to the emulator's packer (one raw
+// column, a row per record); with failing raw adds when asked.
+class RawRecords {
+public:
+    explicit RawRecords(bool fail = false) {
+        m_svr.SetPackRawFails(fail);
+        m_packer->BeginPack();
+        m_packer->AddField("raw", 'R', 1024, 0);
+    }
+    IF2Packer* Packer() { return m_packer; }
+    std::vector<std::string> Take() {
+        m_packer->EndPack();
+        hostemu::PackedBody body;
+        EXPECT_EQ(0, hostemu::DecodePacked(m_packer->GetPackBuf(), m_packer->GetPackLen(), &body));
+        std::vector<std::string> raws;
+        for (const auto& row : body.rows) raws.push_back(row.at(0).bytes);
+        return raws;
+    }
+
+private:
+    hostemu::CHostPackSvr m_svr;
+    IF2Packer* m_packer = m_svr.GetPacker(33);
+};
+
+// The bytes of an int; the record cells below are (offset, bytes) pairs.
+std::string I(int v) { return std::string(reinterpret_cast<const char*>(&v), sizeof v); }
+
+void ExpectCells(const std::string& raw, std::initializer_list<std::pair<size_t, std::string>> cells) {
+    for (const auto& [offset, want] : cells) EXPECT_EQ(raw.substr(offset, want.size()), want) << "at offset " << offset;
 }
 
-TEST(ReportOtherTexts, MarginOrder) {
-    tagZJZHBZJHB z;
-    std::memset(&z, 0, sizeof z);
-    z.entrust_no = 21;
-    std::strcpy(z.futures_account, "88001234");
-    std::strcpy(z.futu_exch_type, "F2");
-    std::strcpy(z.arbit_code, "SP m2409&m2501");
-    z.entrust_bs = '1';
-    z.hedge_type = '0';
-    z.combdirection = '1';
-    std::strcpy(z.fund_account, "00123");
-    std::strcpy(z.report_id, "rid");
-    std::strcpy(z.firm_id, "f1");
-    std::strcpy(z.operator_no, "op");
-    z.client_group = 4;
-    z.entrust_amount = 2;
-    z.entrust_status = '3';
-    z.branch_no = 8;
-    z.batch_no = 1;
-    z.entrust_type = '0';
-    z.init_date = 20240315;
-    z.entrust_time = 100000;
-    z.weave_type = '2';
-    std::strcpy(z.entrust_occasion, "oc");
-    std::strcpy(z.entrust_reference, "er");
-    z.session_no = 6;
-    z.second_hedge_type = '0';
-    z.amount_per_hand = 10;  // not part of the text
-    char text[1024] = {0};
-    ASSERT_EQ(ConvertZJZH_BZJHBTo33106(&z, text), 0);
-    EXPECT_EQ(std::string(text), T("21|88001234|F2|SP m2409&m2501|||1|0|1|00123|rid|f1|op|4|2|3|8|1|"
-                                   "0|20240315|100000||2|oc|er|||6|0.000000|0.000000|0.000000|0"));
+TEST(ReportPack, DealAndEntrustRecordsInBothLayouts) {
+    RawRecords packed;
+    IF2Packer* packer = packed.Packer();
+    RecordingLog log;
+    tagHB h = DealHB();
+    h.entrust_status[1] = 'x';  // the status keeps its first character only
+    tagCJ_EX cjEx;
+    tagCJ cj;
+    tagWTQR_EX wtEx;
+    tagWTQR wt;
+    std::memset(&cjEx, 0x7F, sizeof cjEx);  // the target is cleared first
+    EXPECT_EQ(HBToCJ(&log, packer, &h, &cjEx, 304), 0);
+    EXPECT_EQ(HBToWTQR(&log, packer, &h, &wtEx, 304), 0);
+    EXPECT_EQ(HBToWTQR(&log, packer, &h, &wt, 248), 0);
+    std::strcpy(h.contract_code, "ABCDEFGHIJKLMNOPQR");
+    EXPECT_EQ(HBToCJ(&log, packer, &h, &cj, 248), 0);
+    const std::vector<std::string> raws = packed.Take();
+    ASSERT_EQ(raws.size(), 4u);
+    EXPECT_TRUE(log.lines.empty());
+    // Characters from the first byte of their text fields, dates and times
+    // from the report's, the fund account as a number; what the report does
+    // not fill (frozen_fare, 220-256 of the entrust) and padding stay zero;
+    // the legacy deal bounds the contract code, the next field intact.
+    ASSERT_EQ(raws[0].size(), 304u);
+    ExpectCells(raws[0], {{105, std::string(3, '\0')}, {136, I(123)}, {204, "7"}, {216, "1"}, {224, "2"},
+                          {228, I(20240315) + I(93015)}, {260, std::string(8, '\0')}, {268, "occ\0"}});
+    ASSERT_EQ(raws[1].size(), 304u);
+    ExpectCells(raws[1], {{164, "7"}, {192, I(93015)}, {220, std::string(40, '\0')}, {268, "occ\0"}});
+    ASSERT_EQ(raws[2].size(), 248u);
+    ExpectCells(raws[2], {{144, "7"}, {172, I(93015) + "C123\0"}});
+    ASSERT_EQ(raws[3].size(), 248u);
+    ExpectCells(raws[3], {{57, std::string("ABCDEFGHIJKL\0", 13) + "买入\0"}, {184, "7"}, {212, I(93015)}});
+}
 
-    z.weave_type = '\0';  // ends the text after field 22
-    std::memset(text, 0, sizeof text);
-    ASSERT_EQ(ConvertZJZH_BZJHBTo33106(&z, text), 0);
-    EXPECT_EQ(std::string(text), T("21|88001234|F2|SP m2409&m2501|||1|0|1|00123|rid|f1|op|4|2|3|8|1|"
-                                   "0|20240315|100000||"));
+// Sizes are clamped to the record; null records are refused; without a
+// packer the record is still filled; a failed raw add is logged (when there
+// is a log) under the deal names.
+TEST(ReportPack, SizesRefusalsAndFailedPacks) {
+    tagHB h = DealHB();
+    tagCJ cj;
+    tagWTQR_EX wtEx;
+    tagWTQR wt;
+    RawRecords packed;
+    EXPECT_EQ(HBToCJ(nullptr, packed.Packer(), &h, &cj, 4096), 0);
+    EXPECT_EQ(HBToCJ(nullptr, packed.Packer(), &h, &cj, -5), 0);
+    EXPECT_EQ(HBToWTQR(nullptr, packed.Packer(), &h, &wtEx, 305), 0);
+    EXPECT_EQ(HBToCJ(nullptr, packed.Packer(), nullptr, &cj, 248), -1);
+    EXPECT_EQ(HBToCJ(nullptr, packed.Packer(), &h, static_cast<tagCJ_EX*>(nullptr), 248), -1);
+    EXPECT_EQ(HBToWTQR(nullptr, packed.Packer(), nullptr, &wtEx, 248), -1);
+    EXPECT_EQ(HBToWTQR(nullptr, packed.Packer(), &h, static_cast<tagWTQR*>(nullptr), 248), -1);
+    std::vector<size_t> sizes;
+    for (const std::string& raw : packed.Take()) sizes.push_back(raw.size());
+    EXPECT_EQ(sizes, (std::vector<size_t>{248, 0, 304}));
+    EXPECT_EQ(HBToCJ(nullptr, nullptr, &h, &cj, 248), 0);
+    EXPECT_EQ(cj.fund_account, 123);
+
+    RawRecords failing(true);
+    RecordingLog log;
+    EXPECT_EQ(HBToWTQR(&log, failing.Packer(), &h, &wtEx, 304), 0);
+    EXPECT_EQ(HBToCJ(&log, failing.Packer(), &h, &cj, 248), 0);
+    EXPECT_EQ(HBToWTQR(nullptr, failing.Packer(), &h, &wt, 248), 0);
+    std::vector<std::string> lines;
+    for (const auto& l : log.lines) lines.push_back(l.function + "|" + std::to_string(l.code) + "|" + l.text);
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "CTIKRONServiceImpl::HBToCJ_EX|15006|add raw fail, result: -1, size: 304!",
+                         "CTIKRONServiceImpl::HBToCJ|15006|add raw fail, result: -1, size: 248!"}));
+}
+
+// The fund account text as a number: leading digits, at most the field's
+// 19, capped at INT_MAX.
+TEST(ReportPack, FundAccountTextToInteger) {
+    const std::pair<std::string, int> rows[] = {{"00123", 123}, {"abc", 0}, {"", 0}, {"12ab3", 12}, {" 12", 0},
+                                                {"2147483647", INT_MAX}, {"2147483648", INT_MAX},
+                                                {std::string(19, '1'), INT_MAX}};
+    for (const auto& [text, value] : rows) {
+        char field[19] = {0};
+        std::memcpy(field, text.data(), text.size());  // 19 digits: no terminator
+        EXPECT_EQ(FundAccountToInt(field), value) << text;
+    }
 }
 
 }  // namespace

@@ -1,54 +1,69 @@
-// The datagram queue and the intake around it.
+// The datagram queue (order, batch takes, bounded waits, wake-ups) and the
+// service's intake in front of it.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <chrono>
+#include <deque>
 #include <thread>
-#include <vector>
 
 #include "frame/tikron_service.h"
 #include "runtime/message_queue.h"
+#include "testing/temp_dir.h"
 
-TEST(MessageQueue, FifoTryPopAndBoundedPop) {
-    CMessageQueue<int*> q;
-    int a = 1, b = 2;
-    EXPECT_EQ(nullptr, q.TryPop());
-    EXPECT_EQ(nullptr, q.Pop(0));
-    EXPECT_EQ(nullptr, q.Pop(20));  // times out empty
-    q.Push(&a);
-    q.Push(&b);
-    EXPECT_EQ(&a, q.Pop(0));
-    EXPECT_EQ(&b, q.Pop(1000));
-    EXPECT_EQ(nullptr, q.TryPop());
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+long MsSince(Clock::time_point t0) {
+    return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - t0).count());
 }
 
-TEST(MessageQueue, ProducerToConsumerKeepsArrivalOrder) {
-    CMessageQueue<char*> q;
-    const int kItems = 20000;
-    std::vector<char> items(kItems);
-    std::thread producer([&] {
-        for (int i = 0; i < kItems; ++i) q.Push(&items[i]);
-    });
-    int got = 0;
-    for (int spins = 0; got < kItems && spins < kItems * 4; ++spins) {
-        char* p = q.Pop(1000);
-        if (p == nullptr) continue;
-        ASSERT_EQ(&items[got], p);
-        ++got;
+TEST(MessageQueue, SingleAndBatchTakesKeepArrivalOrder) {
+    CMessageQueue<long> q;
+    EXPECT_EQ(0, q.TryPop());
+    EXPECT_EQ(0, q.Pop(0));
+    for (long i = 1; i <= 5; ++i) q.Push(i);
+    EXPECT_EQ(1, q.TryPop());
+    EXPECT_EQ(2, q.Pop(1000));
+    EXPECT_EQ(3u, q.Size());
+    std::deque<long> out{-1};
+    EXPECT_EQ(3u, q.PopAll(out, 0));  // appended behind what out holds
+    EXPECT_EQ((std::deque<long>{-1, 3, 4, 5}), out);
+    EXPECT_EQ(0u, q.Size());
+    out.clear();
+    q.Push(6);
+    EXPECT_EQ(1u, q.PopAll(out, 0));
+    EXPECT_EQ((std::deque<long>{6}), out);
+}
+
+// An empty queue waits its time; a push to it or a Wake ends a wait early.
+TEST(MessageQueue, WaitsAreBoundedAndEndedByPushOrWake) {
+    CMessageQueue<long> q;
+    std::deque<long> out;
+    auto t0 = Clock::now();
+    EXPECT_EQ(0, q.Pop(40));
+    EXPECT_EQ(0u, q.PopAll(out, 40));
+    EXPECT_GE(MsSince(t0), 70);
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        std::thread other([&q, round] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            round == 2 ? q.Wake() : q.Push(7);
+        });
+        t0 = Clock::now();
+        if (round == 1) {
+            EXPECT_EQ(1u, q.PopAll(out, 4000));
+        } else {
+            EXPECT_EQ(round == 0 ? 7 : 0, q.Pop(4000));
+        }
+        EXPECT_LT(MsSince(t0), 2000);
+        other.join();
     }
-    producer.join();
-    EXPECT_EQ(kItems, got);
 }
 
-TEST(MessageQueue, WakeReleasesAWaitingConsumer) {
-    CMessageQueue<char*> q;
-    std::thread waker([&] { q.Wake(); });
-    EXPECT_EQ(nullptr, q.Pop(5000));
-    waker.join();
-}
-
-// The service's intake: refusals, and queued datagrams of every kind are
-// consumed and freed (an unknown type too) before destruction ends.
-TEST(UdpIntake, RefusesEmptyInputAndDrainsQueue) {
+// Refusals, and queued datagrams of every kind (an unknown type too) are
+// consumed; what is still queued at destruction is freed with the service.
+TEST(UdpIntake, RefusesEmptyInputAndDrainsTheQueue) {
     CTIKRONServiceImpl* svc = new CTIKRONServiceImpl();
     char text[] = "Q00003abc";
     EXPECT_EQ(-1, svc->mf_OnUDPReceive(nullptr, 5));
@@ -56,17 +71,18 @@ TEST(UdpIntake, RefusesEmptyInputAndDrainsQueue) {
     EXPECT_EQ(-1, svc->mf_OnUDPReceive(text, -3));
     EXPECT_EQ(-1, CTIKRONServiceImpl::OnUDPReceive(nullptr, text, 9));
     EXPECT_EQ(-2, svc->DoUDPHelper(text, 9));
+    EXPECT_EQ(-2, svc->DoUDPHelper(text, 0));
     svc->m_iDealUdpHq = 0;
     svc->m_iDealUdpHb = 0;
+    char hq[] = "000003abc";
+    EXPECT_EQ(0, svc->DoUDPHelper(hq, 1));  // switched off: not even checked
     for (int i = 0; i < 100; ++i) {
         ASSERT_EQ(0, CTIKRONServiceImpl::OnUDPReceive(svc, text, 9));
-        char hq[] = "000003abc";
         ASSERT_EQ(0, svc->mf_OnUDPReceive(hq, 9));
     }
-    for (int i = 0; i < 300 && svc->m_qUDPData.Size() != 0; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(0u, svc->m_qUDPData.Size());
-    // Items still queued at destruction are freed with the service.
+    EXPECT_TRUE(testing_support::WaitUntil([svc] { return svc->m_qUDPData.Size() == 0; }));
     for (int i = 0; i < 10; ++i) svc->mf_OnUDPReceive(text, 9);
     svc->Release();
 }
+
+}  // namespace

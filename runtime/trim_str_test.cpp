@@ -1,17 +1,15 @@
-#include <gtest/gtest.h>
-
 #include "runtime/trim_str.h"
 
+#include <gtest/gtest.h>
+
+// Outer blanks and control characters go, inner ones stay; the argument is
+// left unchanged.
 TEST(TrimStr, OuterControlsAndBlanksGoInnerStay) {
-    std::string s = "\t ab c \r\n";
-    EXPECT_EQ("ab c", TrimStr(s));
-    EXPECT_EQ("\t ab c \r\n", s);  // argument unchanged
-    std::string blank = " \a\b\f\v ";
-    EXPECT_EQ("", TrimStr(blank));
-    std::string empty;
-    EXPECT_EQ("", TrimStr(empty));
-    std::string one = "x";
-    EXPECT_EQ("x", TrimStr(one));
-    std::string inner = "SHFE\x01";  // other control bytes are kept
-    EXPECT_EQ("SHFE\x01", TrimStr(inner));
+    const char* const rows[][2] = {
+        {"\t ab c \r\n", "ab c"}, {" \a\b\f\v ", ""}, {"", ""}, {"x", "x"}, {"SHFE\x01", "SHFE\x01"}};
+    for (const auto& row : rows) {
+        std::string s = row[0];
+        EXPECT_EQ(row[1], TrimStr(s)) << "[" << row[0] << "]";
+        EXPECT_EQ(row[0], s);
+    }
 }

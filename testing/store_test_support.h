@@ -1,14 +1,16 @@
 // Helpers shared by the quote-store tests: a recording log service, a
-// scratch directory and realistic datagram texts.
+// scratch directory, realistic datagram texts and snapshot file images.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "frame/host_interfaces.h"
+#include "wire/quote_records.h"
 #include "testing/temp_dir.h"
 
 struct LoggedLine {
@@ -56,4 +58,25 @@ inline std::string SingleLegText(const std::string& code, const std::string& exc
                   "3860.4,11,3861.8,4,3862.0,6,3862.2,8,3862.4,10,%s",
                   code.c_str(), last, exch.c_str());
     return buf;
+}
+
+// A snapshot file's bytes: the header (date, slot count), the slots, then
+// `tail` bytes of a partial slot.
+template <typename T>
+std::string SnapshotImage(uint64_t date, const std::vector<tagSaveHQInfo<T>>& slots, size_t tail = 0) {
+    const tagHQFileHead h{date, slots.size()};
+    std::string b(reinterpret_cast<const char*>(&h), sizeof h);
+    for (const auto& s : slots) b.append(reinterpret_cast<const char*>(&s), sizeof s);
+    return b.append(tail, '\x5a');
+}
+
+// Slot k (from 1) of a snapshot file, zero when the file is shorter.
+template <typename T>
+tagSaveHQInfo<T> SlotInFile(const std::string& path, int k) {
+    tagSaveHQInfo<T> s;
+    std::memset(&s, 0, sizeof s);
+    const std::string b = ReadFile(path);
+    const size_t off = sizeof(tagHQFileHead) + static_cast<size_t>(k - 1) * sizeof s;
+    if (b.size() >= off + sizeof s) std::memcpy(&s, b.data() + off, sizeof s);
+    return s;
 }
