@@ -69,30 +69,32 @@ TEST(ProductPeers, PeerAnswersSentWithCtlFillTheOtherNode) {
         for (const json& r : Lines(out)) idOf[r["function"].get<int>()] = r["packet_id"].get<int>();
         return idOf.size() == 4;
     }, 10000)) << out;
-    const std::pair<int, const char*> tables[] = {{620202, "tikron_futu#1.db"},
-                                                  {620203, "tikronarg_futu#1.db"},
-                                                  {620204, "tikron_ex_futu#1.db"},
-                                                  {620206, "futuexchstatus_futu#1.db"}};
+    const struct {
+        int function;
+        const char* file;
+        const char* receipt;
+    } tables[] = {{620202, "tikron_futu#1.db", u8"收到单腿行情的同步应答"},
+                  {620203, "tikronarg_futu#1.db", u8"收到组合行情的同步应答"},
+                  {620204, "tikron_ex_futu#1.db", u8"收到单腿行情(扩展)的同步应答"},
+                  {620206, "futuexchstatus_futu#1.db", u8"收到交易所状态的同步应答"}};
     for (const auto& t : tables) {
         // A's answer with every raw row, sent to B as the answer to its request.
-        const std::string answer = a / (std::to_string(t.first) + ".json");
-        ASSERT_EQ(0, Ctl(nodeA.sock, {"sync", std::to_string(t.first), "--compact"}, &out)) << t.first;
+        const std::string answer = a / (std::to_string(t.function) + ".json");
+        ASSERT_EQ(0, Ctl(nodeA.sock, {"sync", std::to_string(t.function), "--compact"}, &out)) << t.function;
         WriteFile(answer, out);
-        ASSERT_EQ(0, Ctl(nodeB.sock, {"send", std::to_string(t.first), "--packet-type", "1", "--packet-id",
-                                      std::to_string(idOf[t.first]), "--body", "@" + answer, "--wait-ms", "0"},
+        ASSERT_EQ(0, Ctl(nodeB.sock, {"send", std::to_string(t.function), "--packet-type", "1", "--packet-id",
+                                      std::to_string(idOf[t.function]), "--body", "@" + answer, "--wait-ms", "0"},
                          &out, &err))
             << err;
     }
-    for (const char* receipt : {u8"收到单腿行情的同步应答", u8"收到组合行情的同步应答", u8"收到单腿行情(扩展)的同步应答",
-                                u8"收到交易所状态的同步应答"})
-        EXPECT_TRUE(WaitUntil([&] { return ReadFile(b / "host.log").find(receipt) != std::string::npos; }, 10000))
-            << receipt;
-    EXPECT_TRUE(WaitUntil([&] { return Ctl(nodeB.sock, {"pending"}, &out) == 0 && out.empty(); }, 5000)) << out;
     for (const auto& t : tables) {
-        const std::vector<std::string> recsA = Records(a / t.second);
-        EXPECT_GT(recsA.size(), 1u) << t.second;
-        EXPECT_EQ(recsA, Records(b / t.second)) << t.second;
+        EXPECT_TRUE(WaitUntil([&] { return ReadFile(b / "host.log").find(t.receipt) != std::string::npos; }, 10000))
+            << t.receipt;
+        const std::vector<std::string> recsA = Records(a / t.file);
+        EXPECT_GT(recsA.size(), 1u) << t.file;
+        EXPECT_EQ(recsA, Records(b / t.file)) << t.file;
     }
+    EXPECT_TRUE(WaitUntil([&] { return Ctl(nodeB.sock, {"pending"}, &out) == 0 && out.empty(); }, 5000)) << out;
 
     // A 33105 publication A converts to 24, published into B as it is.
     const json status = {{"columns", {"QH"}}, {"rows", {{"F7\x01" "3\x01" "1"}}}};
