@@ -15,8 +15,7 @@
 namespace {
 
 // Records which lifecycle slot each system event reached.
-class RecordingService : public CMessageServiceImpl {
-public:
+struct RecordingService : CMessageServiceImpl {
     void OnStart() override { calls += "S"; }
     void OnStop() override { calls += "T"; }
     void OnExit() override { calls += "E"; }
@@ -32,8 +31,7 @@ TEST(ServiceFacets, QueryInterfaceAndSystemEvents) {
     RecordingService svc;
     svc.SetInterfaceID("tikron");
     IKnown* const self = static_cast<IMessageService*>(&svc);
-    IKnown* ioc = nullptr;
-    IKnown* mgr = nullptr;
+    IKnown *ioc = nullptr, *mgr = nullptr;
     ASSERT_EQ(1, svc.QueryInterface(SID_IOC, &ioc));
     ASSERT_EQ(1, svc.QueryInterface(SID_MANAGER, &mgr));
     const struct {
@@ -41,9 +39,9 @@ TEST(ServiceFacets, QueryInterfaceAndSystemEvents) {
         const char* id;
         IKnown* expected;
     } asks[] = {
-        {self, SID_MESSAGESERVICE, self}, {self, "tikron", self}, {self, "com.velmora.kavle.messageservicex", nullptr},
-        {ioc, "tikron", self},           {ioc, SID_IOC, ioc},    {ioc, SID_MESSAGESERVICE, nullptr},
-        {ioc, SID_MANAGER, nullptr},     {mgr, "tikron", self},  {mgr, SID_MANAGER, mgr},
+        {self, SID_MESSAGESERVICE, self},   {self, "tikron", self}, {self, "com.velmora.kavle.messageservicex", nullptr},
+        {ioc, "tikron", self},              {ioc, SID_IOC, ioc},    {ioc, SID_MESSAGESERVICE, nullptr},
+        {ioc, SID_MANAGER, nullptr},        {mgr, "tikron", self},  {mgr, SID_MANAGER, mgr},
         {mgr, SID_MESSAGESERVICE, nullptr}, {mgr, SID_IOC, nullptr},
     };
     for (const auto& a : asks) {
@@ -51,11 +49,8 @@ TEST(ServiceFacets, QueryInterfaceAndSystemEvents) {
         EXPECT_EQ(a.expected != nullptr ? 1 : 0, a.facet->QueryInterface(a.id, &out)) << a.id;
         EXPECT_EQ(a.expected, out) << a.id;
     }
-    EXPECT_EQ(1, svc.AddRef());
-    for (IKnown* k : {ioc, mgr}) {
-        EXPECT_EQ(1, k->AddRef());
-        EXPECT_EQ(1, k->Release());
-    }
+    for (IKnown* k : {self, ioc, mgr}) EXPECT_EQ(1, k->AddRef());
+    for (IKnown* k : {ioc, mgr}) EXPECT_EQ(1, k->Release());
     auto* manager = static_cast<IManager*>(mgr);
     for (unsigned long event : {1UL, 2UL, 3UL, 4UL, 5UL, 0UL, 1000UL}) EXPECT_EQ(1, manager->ProcSysEvent(event, 7, 8, nullptr));
     EXPECT_EQ("STEF", svc.calls) << "events 1-4 call start, stop, exit and fork; others nothing";
@@ -98,7 +93,7 @@ TEST(StatusControl, TransitionsByFunctionNumber) {
     EXPECT_EQ(0, owner.registers) << "nothing started the polling thread";
 }
 
-// A service object with an up and a down neighbour.
+// A service object between an up and a down neighbour.
 struct Chain : testing::Test {
     hostemu::CHostMessageFactory factory;
     hostemu::CHostNeighbour up{"up"}, down{"down"}, other{"other"};
@@ -112,12 +107,11 @@ struct Chain : testing::Test {
     void TearDown() override { svc->Release(); }
     IESBMessage* NewMsg(int f) {
         IESBMessage* m = factory.NewMessage();
-        m->Prepare(0, f);
-        return m;
+        return m->Prepare(0, f), m;
     }
 };
 
-TEST_F(Chain, TargetChoicePathStampAndRefusals) {
+TEST_F(Chain, TransferChoosesTheTargetStampsAndCounts) {
     const unsigned long before = g_ulReleaseESBNum;
     ASSERT_EQ(0, svc->TransferMsg(NewMsg(1), nullptr));  // a null sender goes down when there is a down
     ASSERT_EQ(0, svc->TransferMsg(NewMsg(2), &up));      // from up goes down
@@ -128,21 +122,18 @@ TEST_F(Chain, TargetChoicePathStampAndRefusals) {
     ASSERT_EQ(1u, up.Count());
     EXPECT_EQ(3, up.Messages()[0].FunctionNo());
     EXPECT_EQ(before + 3, g_ulReleaseESBNum);
-    // Any other sender: 100, and the message is left untouched to the caller.
     IESBMessage* m = NewMsg(4);
-    EXPECT_EQ(100, svc->TransferMsg(m, &other));
-    EXPECT_STREQ("", m->GetItem(TAG_PATH_STAMP)->GetString(2));
-    EXPECT_EQ(before + 3, g_ulReleaseESBNum);
+    EXPECT_EQ(100, svc->TransferMsg(m, &other)) << "any other sender";
+    EXPECT_STREQ("", m->GetItem(TAG_PATH_STAMP)->GetString(2)) << "the message is left untouched to the caller";
     svc->RegisterPrevService(nullptr);
     EXPECT_EQ(0, svc->TransferMsg(m, nullptr));  // without a down neighbour a null sender goes up
     EXPECT_EQ(2u, up.Count());
     up.SetMode(hostemu::CHostNeighbour::Refuse);
-    IESBMessage* kept = NewMsg(5);
-    EXPECT_EQ(1, svc->TransferMsg(kept, nullptr)) << "the target's refusal is passed on";
+    EXPECT_EQ(1, svc->TransferMsg(m = NewMsg(5), nullptr)) << "the target's refusal is passed on";
     svc->RegisterNextService(nullptr);
-    EXPECT_EQ(100, svc->TransferMsg(kept, nullptr)) << "no neighbour at all";
+    EXPECT_EQ(100, svc->TransferMsg(m, nullptr)) << "no neighbour at all";
     EXPECT_EQ(before + 4, g_ulReleaseESBNum);
-    ReleaseESBMsgEx(kept);
+    ReleaseESBMsgEx(m);
     EXPECT_EQ(0u, factory.Stats().live);
     EXPECT_EQ(0u, factory.Stats().doubleReleases);
 }
@@ -153,25 +144,19 @@ TEST_F(Chain, RemoveServiceLinksTheNeighbours) {
     svc->RegisterNextService(&a);
     svc->RegisterPrevService(&b);
     EXPECT_EQ(0, svc->RemoveService());
-    EXPECT_EQ(&b, a.m_lpDownService);
-    EXPECT_EQ(&a, b.m_lpUpService);
-    EXPECT_EQ(nullptr, a.m_lpUpService);
-    EXPECT_EQ(nullptr, b.m_lpDownService);
-    EXPECT_EQ(&a, svc->m_lpUpService);
-    EXPECT_EQ(&b, svc->m_lpDownService);
+    EXPECT_TRUE(a.m_lpDownService == &b && a.m_lpUpService == nullptr);
+    EXPECT_TRUE(b.m_lpUpService == &a && b.m_lpDownService == nullptr);
+    EXPECT_TRUE(svc->m_lpUpService == &a && svc->m_lpDownService == &b);
     svc->RegisterPrevService(nullptr);
     EXPECT_EQ(0, svc->RemoveService());
     EXPECT_EQ(nullptr, a.m_lpDownService) << "an up neighbour alone learns that nothing is below";
 }
 
 TEST_F(Chain, ActionTableHasNineEntriesAndReplaces) {
-    EXPECT_EQ(9u, svc->m_ProcReqActionList.size());
-    for (unsigned long n = 0; n < 9; ++n) EXPECT_NE(nullptr, svc->mf_GetAction(n)) << n;
-    EXPECT_EQ(nullptr, svc->mf_GetAction(9));
+    for (unsigned long n = 0; n < 10; ++n) EXPECT_EQ(n < 9, svc->mf_GetAction(n) != nullptr) << n;
     EXPECT_STREQ("取函数列表", svc->m_ProcReqActionList.at(0)->sCaption);
     EXPECT_STREQ("取主动发送队列信息", svc->m_ProcReqActionList.at(8)->sCaption);
-    auto custom = [](CMessageServiceImpl*, IF2UnPacker*, IF2Packer*) { return 42; };
-    EXPECT_EQ(0, svc->mf_AddToActionList(3, custom, "x"));
+    EXPECT_EQ(0, svc->mf_AddToActionList(3, [](CMessageServiceImpl*, IF2UnPacker*, IF2Packer*) { return 42; }, "x"));
     EXPECT_EQ(9u, svc->m_ProcReqActionList.size());
     hostemu::CHostPackSvr packSvr;
     IF2UnPacker* unpacker = packSvr.GetUnPacker(33);

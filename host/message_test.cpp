@@ -1,10 +1,7 @@
-// Messages and their reuse, release tracking, the service queue.
+// Messages and their reuse, and release tracking.
 #include "host/host_message.h"
 #include "host/host_queue.h"
 
-#include <atomic>
-#include <chrono>
-#include <thread>
 #include <tuple>
 
 #include <gtest/gtest.h>
@@ -122,46 +119,6 @@ TEST(MessageTracking, ReleasesQuarantineAndFaultInjection) {
     CHostMessage* forced = f.NewMessage();  // NewMessage ignores injection
     EXPECT_EQ(3u, f.Stats().failedGets);
     for (IESBMessage* x : {static_cast<IESBMessage*>(reused), third, static_cast<IESBMessage*>(forced)}) x->Release();
-    EXPECT_EQ(0u, f.Stats().live);
-}
-
-TEST(Queue, WaitsCountsWakesOneWorkerAndGivesBackWhatIsLeft) {
-    CHostMessageFactory f;
-    IESBQ* q = f.GetESBQ();
-    IMessageService* from = reinterpret_cast<IMessageService*>(1);
-    const auto t0 = std::chrono::steady_clock::now();
-    EXPECT_EQ(nullptr, q->PopMsg(40, &from, 0));
-    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(35)) << "the wait is in milliseconds";
-    EXPECT_EQ(nullptr, from);
-    IESBMessage* a = f.GetESBMsg();
-    IESBMessage* b = f.GetESBMsg();
-    q->PushMsg(a, nullptr, 0);
-    q->PushMsg(b, reinterpret_cast<IMessageService*>(2), 0);
-    EXPECT_EQ(a, q->PopMsg(0, &from, 0));
-    EXPECT_EQ(b, q->PopMsg(0, &from, 0));
-    EXPECT_EQ(reinterpret_cast<IMessageService*>(2), from);
-    std::atomic<int> woke{0};
-    std::atomic<bool> stop{false};
-    auto worker = [&] {
-        for (IMessageService* who = nullptr; !stop.load();)
-            if (q->PopMsg(5000, &who, 0) == nullptr && !stop.load()) ++woke;
-    };
-    std::thread w1(worker), w2(worker);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    q->PushMsg(nullptr, nullptr, 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(1, woke.load()) << "one wake-up, one worker";
-    stop = true;
-    q->PushMsg(nullptr, nullptr, 0);
-    q->PushMsg(nullptr, nullptr, 0);
-    w1.join();
-    w2.join();
-    EXPECT_EQ(std::make_tuple(0, 2, 2), std::make_tuple(q->GetMsgCount(), q->GetMaxMsgCount(), q->GetDealedCount()))
-        << "wake-ups are not messages";
-    q->PushMsg(a, nullptr, 0);
-    q->PushMsg(nullptr, nullptr, 0);
-    EXPECT_EQ(1, f.Queue().Drain()) << "messages left are given back, not leaked";
-    b->Release();
     EXPECT_EQ(0u, f.Stats().live);
 }
 

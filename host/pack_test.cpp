@@ -1,9 +1,8 @@
 // Packer service: the packed layout byte by byte, typed reads of every value
-// kind, packer rules, and validation of damaged buffers.
+// kind as a host answers them, and validation of damaged buffers.
 #include "host/host_pack.h"
 
 #include <climits>
-#include <cstring>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -23,17 +22,22 @@ PackedBody Sample(int version) {
              {PackCell(7), PackCell(-0.5), PackCell('0'), PackCell(""), PackCell::Raw(""), PackCell("12.75abc")}}};
 }
 
-TEST(Pack, LayoutIsByteExactAndRoundTripsInBothVersions) {
+TEST(Pack, LayoutIsByteExactAndThePackerKeepsItsRules) {
     CHostPackSvr svr;
     IF2Packer* p = svr.GetPacker(1);
     p->BeginPack();
     EXPECT_EQ(-1, p->AddInt(1)) << "no column declared";
+    EXPECT_EQ(-1, p->AddField(std::string(256, 'n').c_str(), 'S', 255, 4)) << "names are 1..255 bytes";
+    EXPECT_EQ(-1, p->AddField("", 'S', 255, 4));
     p->AddField("ab", 'S', 255, 4);
     p->AddField("r", 'R', 9, 2);
     p->AddInt(-2);
     p->PackRaw("xy", 2);
     EXPECT_EQ(-1, p->AddField("late", 'S', 255, 4)) << "columns come before values";
     p->AddDouble(1.0);
+    svr.SetPackRawFails(true);
+    EXPECT_LT(p->PackRaw("xyz", 3), 0) << "raw data refused on request";
+    svr.SetPackRawFails(false);
     p->AddStr("s");
     p->AddChar('c');  // a third row, left short: filled with a kind-0 cell
     p->EndPack();
@@ -43,33 +47,15 @@ TEST(Pack, LayoutIsByteExactAndRoundTripsInBothVersions) {
                                       'D', 0, 0, 0, 0, 0, 0, 0xf0, 0x3f, 'S', 1, 0, 0, 0, 's', 'C', 'c', 0};
     EXPECT_EQ(std::string(expected, expected + sizeof expected),
               std::string(static_cast<const char*>(p->GetPackBuf()), p->GetPackLen()));
-    EXPECT_EQ(1, svr.GetPackVersion(EncodePacked(Sample(1)).data()));
     const char foreign[] = {'K', 'X', 1, 0};
-    EXPECT_EQ(33, svr.GetPackVersion(foreign));
-    // Names of 1..255 bytes; the buffer grows; raw data can be refused on
-    // request; FreeMem of the packer's own buffer resets it, of another is ignored.
-    p->BeginPack();
-    EXPECT_EQ(-1, p->AddField(std::string(256, 'n').c_str(), 'S', 255, 4));
-    EXPECT_EQ(-1, p->AddField("", 'S', 255, 4));
-    EXPECT_EQ(0, p->AddField(std::string(255, 'k').c_str(), 'R', 255, 4));
-    for (int i = 0; i < 5000; ++i) ASSERT_EQ(0, p->PackRaw(&i, sizeof i));
-    svr.SetPackRawFails(true);
-    EXPECT_LT(p->PackRaw("xyz", 3), 0);
-    svr.SetPackRawFails(false);
-    EXPECT_LT(p->PackRaw(nullptr, 4), 0);
-    p->EndPack();
-    PackedBody b;
-    ASSERT_EQ(0, DecodePacked(p->GetPackBuf(), p->GetPackLen(), &b));
-    ASSERT_EQ(5000u, b.rows.size());
-    EXPECT_EQ(std::string("\x87\x13\0\0", 4), b.rows[4999][0].bytes);
-    p->FreeMem(&b);
+    EXPECT_EQ(std::make_tuple(1, 33), std::make_tuple(svr.GetPackVersion(p->GetPackBuf()), svr.GetPackVersion(foreign)));
+    p->FreeMem(&p);  // not its buffer: ignored
     ASSERT_NE(nullptr, p->GetPackBuf());
     p->FreeMem(p->GetPackBuf());
     EXPECT_EQ(std::make_tuple(static_cast<void*>(nullptr), 0), std::make_tuple(p->GetPackBuf(), p->GetPackLen()));
     svr.GetUnPacker(1);  // left to the service to free (ASan's leak check)
-    EXPECT_EQ(1u, svr.LiveUnPackers());
     p->Release();
-    EXPECT_EQ(0u, svr.LivePackers());
+    EXPECT_EQ(std::make_tuple(0ul, 1ul), std::make_tuple(svr.LivePackers(), svr.LiveUnPackers()));
 }
 
 // Every getter on every cell kind, as a host whose cells are text answers.
@@ -78,11 +64,10 @@ TEST(Pack, TypedReadsOfEveryKind) {
     const std::vector<char> buf = EncodePacked(Sample(33));
     IF2UnPacker* u = svr.GetUnPacker(33);
     ASSERT_EQ(0, u->Open(buf.data(), static_cast<int>(buf.size())));
-    EXPECT_EQ(std::make_tuple(2, 6, 'R', 10240, 'S'),
-              std::make_tuple(u->GetRowCount(), u->GetColCount(), u->GetColType(4), u->GetColWidth(4), u->GetValueKind(3)));
+    EXPECT_EQ(std::make_tuple(2, 6, 'R', 10240, 'S', -1),
+              std::make_tuple(u->GetRowCount(), u->GetColCount(), u->GetColType(4), u->GetColWidth(4), u->GetValueKind(3),
+                              u->FindColumn("nope") < 0 ? -1 : 0));
     EXPECT_EQ(nullptr, u->GetStr("nope"));
-    EXPECT_EQ(0, u->GetInt("nope"));
-    EXPECT_LT(u->FindColumn("nope"), 0);
     const struct {
         int row;
         const char* col;
@@ -91,31 +76,27 @@ TEST(Pack, TypedReadsOfEveryKind) {
         double d;
         char c;
     } reads[] = {
-        {0, "i", "-42", -42, -42.0, '-'}, {0, "d", "3.14", 3, 3.14159, '3'},  {0, "c", "X", 0, 0.0, 'X'},
-        {0, "s", "IF2406", 0, 0.0, 'I'},  {0, "r", "a", 0, 0.0, 'a'},          {0, "t", "99999999999999", INT_MAX, 99999999999999.0, '9'},
+        {0, "i", "-42", -42, -42.0, '-'}, {0, "d", "3.14", 3, 3.14159, '3'}, {0, "c", "X", 0, 0.0, 'X'},
+        {0, "s", "IF2406", 0, 0.0, 'I'},  {0, "r", "a", 0, 0.0, 'a'},
+        {0, "t", "99999999999999", INT_MAX, 99999999999999.0, '9'},
         {1, "i", "7", 7, 7.0, '7'},       {1, "d", "-0.50", 0, -0.5, '-'},     {1, "c", "0", 0, 0.0, '0'},
         {1, "s", "", 0, 0.0, '\0'},       {1, "t", "12.75abc", 12, 12.75, '1'},
     };
     for (const auto& r : reads) {
         SCOPED_TRACE(std::to_string(r.row) + r.col);
-        if (r.row == 1 && !u->IsEOF() && u->GetInt("i") == -42) ASSERT_EQ(0, u->Next());
+        if (r.row > 0 && r.i == 7) ASSERT_EQ(0, u->Next());
         EXPECT_STREQ(r.str, u->GetStr(r.col));
         EXPECT_EQ(r.i, u->GetInt(r.col));
         EXPECT_DOUBLE_EQ(r.d, u->GetDouble(r.col));
         EXPECT_EQ(r.c, u->GetChar(r.col));
     }
-    int len = 1;
-    u->GetRaw("r", &len);
-    EXPECT_EQ(0, len);
-    u->First();
-    const void* raw = u->GetRaw("r", &len);
-    ASSERT_EQ(3, len);
-    EXPECT_EQ(0, memcmp(raw, "a\0b", 3));
-    u->Next();
     u->Next();
     EXPECT_TRUE(u->IsEOF());
     EXPECT_STREQ("", u->GetStr("s")) << "past the end reads empty, never out of bounds";
-    EXPECT_EQ(std::string(buf.begin(), buf.end()), std::string(static_cast<const char*>(u->GetPackBuf()), u->GetPackLen()));
+    u->First();
+    int len = 0;
+    const char* raw = static_cast<const char*>(u->GetRaw("r", &len));
+    EXPECT_EQ(std::string("a\0b", 3), std::string(raw, static_cast<size_t>(len)));
 }
 
 TEST(Pack, DamagedBuffersAreRefusedAndNeverReadOutOfBounds) {
@@ -130,29 +111,26 @@ TEST(Pack, DamagedBuffersAreRefusedAndNeverReadOutOfBounds) {
         }
     }
     const std::vector<char> buf = EncodePacked(Sample(33));
-    int accepted = 0;
     for (size_t pos = 0; pos < buf.size(); ++pos)
         for (int v : {0, 1, 0x7f, 0x80, 0xff, +'I', +'S', +'R', +'D'}) {
             std::vector<char> bad = buf;
             bad[pos] = static_cast<char>(v);
             if (u->Open(bad.data(), static_cast<int>(bad.size())) != 0) continue;
-            ++accepted;  // payload bytes may change; whatever is accepted is fully readable
-            for (int len = 0; !u->IsEOF(); u->Next())
+            for (int len = 0; !u->IsEOF(); u->Next())  // whatever is accepted is fully readable
                 for (int c = 0; c < u->GetColCount(); ++c) u->GetStrByIndex(c), u->GetRawByIndex(c, &len);
         }
-    EXPECT_GT(accepted, 0);
-    // Magic, version, column count, row count, the first cell's kind.
+    // Magic, version, column count, row count, the first cell's kind; null,
+    // negative length, a trailing byte.
     for (const auto& d : {std::make_tuple(1, 'X', -2), std::make_tuple(2, '\2', -3), std::make_tuple(5, '\x7f', -4),
                           std::make_tuple(8, '\xff', -8), std::make_tuple(12 + 6 * 11, 'Q', -6)}) {
         std::vector<char> bad = buf;
         bad[std::get<0>(d)] = std::get<1>(d);
         EXPECT_EQ(std::get<2>(d), u->Open(bad.data(), static_cast<int>(bad.size()))) << "byte " << std::get<0>(d);
     }
-    EXPECT_EQ(-1, u->Open(nullptr, 4));
-    EXPECT_EQ(-1, u->Open(buf.data(), -1));
     std::vector<char> longer = buf;
     longer.push_back(0);
-    EXPECT_EQ(-7, u->Open(longer.data(), static_cast<int>(longer.size()))) << "trailing byte";
+    EXPECT_EQ(std::make_tuple(-1, -1, -7), std::make_tuple(u->Open(nullptr, 4), u->Open(buf.data(), -1),
+                                                           u->Open(longer.data(), static_cast<int>(longer.size()))));
 }
 
 }  // namespace

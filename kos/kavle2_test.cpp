@@ -71,8 +71,8 @@ TEST(Thread, StartStopTimeoutEventsAndRecursiveMutex) {
 }
 
 // Datagrams reach the callback whole and in order; a port held elsewhere is
-// EADDRINUSE; Destroy returns at once while datagrams keep arriving.
-TEST(UDPBroadcast, ReceivesInOrderAndStopsAtOnceUnderLoad) {
+// EADDRINUSE; Destroy returns at once (under load: the shutdown test).
+TEST(UDPBroadcast, ReceivesInOrderAndStopsAtOnce) {
     std::atomic<int> count{0};
     std::string first;
     auto callback = [](void* ctx, void* data, int len) {
@@ -100,19 +100,9 @@ TEST(UDPBroadcast, ReceivesInOrderAndStopsAtOnceUnderLoad) {
     ASSERT_TRUE(testing_support::WaitUntil([&] { return count.load() >= 2; }));
     EXPECT_EQ(std::string("0,first|1\0binary|", 17), first);
     EXPECT_EQ(2ul, rx.GetRecvCount());
-    std::atomic<bool> stop{false};
-    std::thread flood([&] {
-        for (int i = 0; i < 1000000 && !stop.load(); ++i) send("9,flood");
-    });
-    ASSERT_TRUE(testing_support::WaitUntil([&] { return count.load() >= 100; }));
     const auto t0 = std::chrono::steady_clock::now();
     rx.Destroy();
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, milliseconds(500));
-    const int after = count.load();
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(after, count.load()) << "no callback after Destroy";
-    stop = true;
-    flood.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, milliseconds(300)) << "an idle receiver stops at once";
     close(fd);
 }
 

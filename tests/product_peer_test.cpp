@@ -2,8 +2,8 @@
 // them: node B's synchronisation requests stay pending until answers with
 // every raw row of node A's tables are sent, which fill B's tables through
 // the real answer handlers; an exchange status A converts from 33105 to 24
-// is taken by B's intake; trade reports, error-flagged messages and a
-// subscription answer reach B as a peer would send them.
+// is taken by B's intake; a client's query keeps its route and a
+// subscription answer reaches B as a peer would send them.
 #include <algorithm>
 #include <map>
 
@@ -112,26 +112,6 @@ TEST(ProductPeers, PeerAnswersSentWithCtlFillTheOtherNode) {
                out.find("[\"F7\",\"3\",1]") != std::string::npos;
     }, 5000)) << out;
 
-    // Trade reports from the message center in both layouts; the same with
-    // the error flag is dropped unanswered.
-    const json deal = {{"columns", {"fund_account", "branch_no", "contract_code", "futu_entrust_type", "entrust_status"}},
-                       {"rows", {{42, 1, "cu2405", "B", "8"}}}};
-    const json quote = {{"columns", {"quote_no", "fund_account", "branch_no", "contract_code"}},
-                        {"rows", {{7, "42", 1, "IF2412"}}}};
-    const std::pair<std::vector<std::string>, std::vector<int>> reports[] = {
-        {{"--body", deal.dump()}, {23, 33101, 17}},
-        {{"--body", quote.dump()}, {33301}},
-        {{"--body", deal.dump(), "--error-flag", "1", "--error-no", "9", "--error-info", u8"错误"}, {}},
-    };
-    for (const auto& r : reports) {
-        std::vector<std::string> args = {"send", "620299", "--wait-ms", "1000"};
-        args.insert(args.end(), r.first.begin(), r.first.end());
-        ASSERT_EQ(0, Ctl(nodeB.sock, args, &out));
-        std::vector<int> issues;
-        for (const json& m : Lines(out))
-            if (m["function"] == 620031) issues.push_back(m["issue_type"].get<int>());
-        EXPECT_EQ(r.second, issues) << r.first.back();
-    }
     // A query from the client side keeps its route in the answer; a
     // subscription answer with any result reaches the plug-in.
     ASSERT_EQ(0, Ctl(nodeB.sock, {"send", "620207", "--from", "client", "--route", "ospf,nbr,svr,plug", "--body",

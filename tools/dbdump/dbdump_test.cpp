@@ -48,7 +48,7 @@ std::string ExchFile(size_t tail = 0) {
     return Snapshot(2, e, 2, tail);
 }
 
-TEST(DbDump, ListsSlotsAsTextAndJsonWithGbkConverted) {
+TEST(DbDump, ListsSlotsAsTextAndJsonAndRefusesMalformedFiles) {
     testing_support::TempDir dir;
     testing_support::WriteFile(dir / "futuexchstatus_a#1_20241203.db", ExchFile());
     auto t = Dump("'" + dir / "futuexchstatus_a#1_20241203.db'");
@@ -67,10 +67,7 @@ TEST(DbDump, ListsSlotsAsTextAndJsonWithGbkConverted) {
     EXPECT_EQ(0, j.first) << j.second;
     for (const char* field : {u8"\"contract_code\":\"SP 豆粕\"", "\"buy_price\":-35.5", "\"arbi_type\":\"S\""})
         EXPECT_NE(std::string::npos, j.second.find(field)) << field << "\n" << j.second;  // UTF-8 output
-}
-
-TEST(DbDump, MalformedFilesFailCleanly) {
-    testing_support::TempDir dir;
+    // Malformed files and bad invocations fail with a message and a status.
     const struct {
         const char* name;
         std::string bytes;

