@@ -6,218 +6,152 @@
 #include <ctime>
 #include <string>
 
-#include "testing/frame_test_support.h"
 #include "frame/request_node.h"
+#include "testing/frame_test_support.h"
 
 using frametest::Config;
 using frametest::Options;
 using frametest::Svc;
 
-TEST(ServiceConfig, DefaultsWithoutArgsAndIdentityNames) {
-    hostemu::HostEmulator host(Options(Config("")));
-    ASSERT_EQ(0, host.Load()) << host.Error();
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(0, host.Init()) << host.Error();
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(std::string::npos,
-              out.find("enableudprecv = 0!\nenableudphq = 1!\nenableudphb = 1!\n"))
-        << out;
+namespace {
 
-    CTIKRONServiceImpl* s = Svc(host);
-    EXPECT_EQ(0, s->m_iEnableRecvUDP);
-    EXPECT_EQ(1, s->m_iDealUdpHq);
-    EXPECT_EQ(1, s->m_iDealUdpHb);
-    EXPECT_EQ(9090, s->m_iUDPPort);
-    EXPECT_EQ(30, s->m_iHeartBeatTimeout);
-    EXPECT_EQ(0, s->m_iEnableSubscibeToMC);
-    EXPECT_EQ(0, s->m_iInitTime);
-    EXPECT_EQ(0, s->m_iSysVersion);
-    EXPECT_EQ(0, s->m_iUdpHqVersion);
-    EXPECT_EQ(0, s->m_iSaveHBLog);
-    EXPECT_EQ(32, s->m_iUDPRecvBufLen);
-    EXPECT_EQ(4, s->m_iThreads);
-    EXPECT_EQ(1, s->m_iSendToMC);
-    EXPECT_EQ(0, s->m_convert22to16 + s->m_convert33105to24 + s->m_convert18to33102);
-    EXPECT_TRUE(s->m_szSendRequestMap.empty());
-    EXPECT_STREQ("A", s->m_szGroupName);
-    EXPECT_STREQ("A#1", s->m_szNodeName);
-    EXPECT_STREQ("S#2", s->m_szServerName);
-    EXPECT_STREQ("tikron", s->m_szServiceID);
-    EXPECT_NE(nullptr, s->m_lpRegeditThread);
-    EXPECT_NE(nullptr, s->m_pHeartBeatThread);
-    EXPECT_NE(nullptr, s->m_lpThread);
-    EXPECT_NE(nullptr, s->m_pPacker);
-    EXPECT_NE(nullptr, s->m_pIF2Packer);
-    EXPECT_NE(nullptr, s->m_pIF2UnPacker);
-    EXPECT_EQ(9u, s->m_ProcReqActionList.size());
-    EXPECT_EQ(ServiceUnInite, host.Service()->GetServiceStatus());
-    host.Shutdown();
-}
-
-TEST(ServiceConfig, FullArgsElementAndBufferLengthRule) {
-    hostemu::HostEmulator host(Options(Config(
-        "<args enableudprecv=\"0\" enableudphq=\"0\" enableudphb=\"2\" port=\"7001\" "
-        "heartbeattimeout=\"5\" subscibetomc=\"1\" inittime=\"83000\" sysversion=\"1\" "
-        "udphqversion=\"1\" udprecvbuflen=\"64\" bogus=\"9\"/>")));
-    ASSERT_EQ(0, host.Load()) << host.Error();
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(0, host.Init()) << host.Error();
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(std::string::npos, out.find("enableudphq = 0!\nenableudphb = 2!\n")) << out;
-    CTIKRONServiceImpl* s = Svc(host);
-    EXPECT_EQ(0, s->m_iDealUdpHq);
-    EXPECT_EQ(2, s->m_iDealUdpHb);
-    EXPECT_EQ(7001, s->m_iUDPPort);
-    EXPECT_EQ(5, s->m_iHeartBeatTimeout);
-    EXPECT_EQ(1, s->m_iEnableSubscibeToMC);
-    EXPECT_EQ(83000, s->m_iInitTime);
-    EXPECT_EQ(1, s->m_iSysVersion);
-    EXPECT_EQ(1, s->m_iUdpHqVersion);
-    EXPECT_EQ(64, s->m_iUDPRecvBufLen);
-    host.Shutdown();
-
-    // Zero, negative and non-numeric buffer lengths keep 32; text reads as atoi.
-    for (const char* v : {"0", "-4", "abc"}) {
-        hostemu::HostEmulator h(Options(Config(std::string("<args udprecvbuflen=\"") + v +
-                                               "\" port=\"12x\"/>")));
+// The plug-in loaded and initialised with the given <plugin> content.
+struct Inited {
+    explicit Inited(const std::string& plugin) : host(Options(Config(plugin))) {
         testing::internal::CaptureStdout();
-        ASSERT_EQ(0, h.Load()) << h.Error();
-        ASSERT_EQ(0, h.Init()) << h.Error();
-        testing::internal::GetCapturedStdout();
-        EXPECT_EQ(32, Svc(h)->m_iUDPRecvBufLen) << v;
-        EXPECT_EQ(12, Svc(h)->m_iUDPPort);
-        h.Shutdown();
+        testing::internal::CaptureStderr();
+        rc = host.Init();
+        out = testing::internal::GetCapturedStdout();
+        err = testing::internal::GetCapturedStderr();
     }
+    hostemu::HostEmulator host;
+    int rc;
+    std::string out, err;
+    CTIKRONServiceImpl* s() { return Svc(host); }
+};
+
+// enableudprecv, enableudphq, enableudphb, port, heartbeattimeout,
+// subscibetomc, inittime, sysversion, udphqversion, savehblog,
+// udprecvbuflen, then the worker count and the send switch.
+std::vector<int> Args(const CTIKRONServiceImpl* s) {
+    return {s->m_iEnableRecvUDP, s->m_iDealUdpHq,   s->m_iDealUdpHb,    s->m_iUDPPort,
+            s->m_iHeartBeatTimeout, s->m_iEnableSubscibeToMC, s->m_iInitTime, s->m_iSysVersion,
+            s->m_iUdpHqVersion, s->m_iSaveHBLog,   s->m_iUDPRecvBufLen, s->m_iThreads, s->m_iSendToMC};
 }
 
-TEST(ServiceConfig, ConvertSwitchesByNameAndEmptyText) {
-    hostemu::HostEmulator host(Options(Config(
-        "<convert><convert22to16>1</convert22to16><convert22to33100></convert22to33100>"
-        "<convert33105to24>7</convert33105to24><convert23to17>x</convert23to17>"
-        "<convert33101to23>1</convert33101to23></convert>")));
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(0, host.Load()) << host.Error();
-    ASSERT_EQ(0, host.Init()) << host.Error();
-    testing::internal::GetCapturedStdout();
-    CTIKRONServiceImpl* s = Svc(host);
-    EXPECT_EQ(1, s->m_convert22to16);
-    EXPECT_EQ(0, s->m_convert22to33100);
-    EXPECT_EQ(7, s->m_convert33105to24);
-    EXPECT_EQ(0, s->m_convert23to17);
-    EXPECT_EQ(1, s->m_convert33101to23);
-    EXPECT_EQ(0, s->m_convert33101to17);
-    EXPECT_EQ(0, s->m_convert18to33102);
-    host.Shutdown();
+TEST(ServiceConfig, ArgsDefaultsAndReadRules) {
+    const struct {
+        const char* args;
+        std::vector<int> expected;
+        const char* printed;
+    } cases[] = {
+        {"", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 4, 1}, "enableudprecv = 0!\nenableudphq = 1!\nenableudphb = 1!\n"},
+        {"<args enableudprecv=\"0\" enableudphq=\"0\" enableudphb=\"2\" port=\"7001\" heartbeattimeout=\"5\" "
+         "subscibetomc=\"1\" inittime=\"83000\" sysversion=\"1\" udphqversion=\"1\" udprecvbuflen=\"64\" bogus=\"9\"/>",
+         {0, 0, 2, 7001, 5, 1, 83000, 1, 1, 0, 64, 4, 1}, "enableudphq = 0!\nenableudphb = 2!\n"},
+        // Zero, negative and non-numeric buffer lengths keep 32; text reads as atoi.
+        {"<args udprecvbuflen=\"0\" port=\"12x\"/>", {0, 1, 1, 12, 30, 0, 0, 0, 0, 0, 32, 4, 1}, ""},
+        {"<args udprecvbuflen=\"-4\"/>", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 4, 1}, ""},
+        {"<args udprecvbuflen=\"abc\"/>", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 4, 1}, ""},
+    };
+    for (const auto& c : cases) {
+        Inited i(c.args);
+        ASSERT_EQ(0, i.rc) << i.host.Error();
+        EXPECT_EQ(c.expected, Args(i.s())) << c.args;
+        EXPECT_NE(std::string::npos, i.out.find(c.printed)) << i.out;
+    }
+    Inited i("");
+    const CTIKRONServiceImpl* s = i.s();
+    EXPECT_EQ("A A#1 S#2 tikron", std::string(s->m_szGroupName) + " " + s->m_szNodeName + " " + s->m_szServerName + " " +
+                                      s->m_szServiceID);
+    EXPECT_TRUE(s->m_szSendRequestMap.empty());
 }
 
-TEST(ServiceConfig, SubscriptionListGetsPacketIdsInDocumentOrder) {
-    std::string longNote(400, 'n');
-    hostemu::HostEmulator host(Options(Config(
-        "<mc><request issuetype=\"16\" branchno=\"8\" functionno=\"620001\" ospfname=\"ospf1\" "
-        "svrname=\"svr1\" pluginid=\"mc\" note=\"quotes\">"
-        "<param name=\"issue_type\" value=\"16\"/><param name=\"key\" value=\"ALL\"/></request>"
-        "<request issuetype=\"22\" functionno=\"620002\" note=\"" + longNote + "\">"
-        "<param name=\"issue_type\" value=\"22\"/></request></mc>")));
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(0, host.Load()) << host.Error();
-    ASSERT_EQ(0, host.Init()) << host.Error();
-    testing::internal::GetCapturedStdout();
-    CTIKRONServiceImpl* s = Svc(host);
-    ASSERT_EQ(2u, s->m_szSendRequestMap.size());
-    const tagRequestNode* first = s->m_szSendRequestMap.at(1);
-    const tagRequestNode* second = s->m_szSendRequestMap.at(2);
-    EXPECT_EQ(1u, first->ulPacketID);
-    EXPECT_EQ(16, first->iIssueType);
-    EXPECT_EQ(8, first->iBranchNo);
-    EXPECT_EQ(620001u, first->ulFunctionNo);
-    EXPECT_STREQ("ospf1", first->szRouteInfo.m_cOSPFName);
-    EXPECT_STREQ("svr1", first->szRouteInfo.m_cSVRName);
-    EXPECT_STREQ("mc", first->szRouteInfo.m_cPluginID);
-    EXPECT_STREQ("", first->szRouteInfo.m_cNBRName);
+// Switches by element name; an absent element, an empty or non-numeric
+// text reads 0.
+TEST(ServiceConfig, ConvertSwitches) {
+    auto switches = [](const CTIKRONServiceImpl* s) {
+        return std::vector<int>{s->m_convert22to16,    s->m_convert22to33100,  s->m_convert18to33102,
+                                s->m_convert23to17,    s->m_convert23to33101,  s->m_convert24to33105,
+                                s->m_convert33101to23, s->m_convert33101to17,  s->m_convert33100to22,
+                                s->m_convert33100to16, s->m_convert33102to18,  s->m_convert33105to24};
+    };
+    Inited i("<convert><convert22to16>1</convert22to16><convert22to33100></convert22to33100>"
+             "<convert33105to24>7</convert33105to24><convert23to17>x</convert23to17>"
+             "<convert33101to23>1</convert33101to23><convert33100to22>3</convert33100to22></convert>");
+    ASSERT_EQ(0, i.rc) << i.host.Error();
+    EXPECT_EQ((std::vector<int>{1, 0, 0, 0, 0, 0, 1, 0, 3, 0, 0, 7}), switches(i.s()));
+    EXPECT_EQ(std::vector<int>(12, 0), switches(Inited("").s()));
+}
+
+// Packet ids, issue types and parameters of the list reach the center (the
+// subscription tests); here the fields that stay inside.
+TEST(ServiceConfig, SubscriptionListFields) {
+    Inited i("<mc><request branchno=\"8\" ospfname=\"ospf1\" svrname=\"svr1\" pluginid=\"mc\" note=\"quotes\">"
+             "<param name=\"k\" value=\"v\"/></request><request note=\"" + std::string(400, 'n') + "\">"
+             "<param name=\"k\" value=\"v\"/></request></mc>");
+    ASSERT_EQ(0, i.rc) << i.host.Error();
+    const tagRequestNode* first = i.s()->m_szSendRequestMap.at(1);
+    const tagRouteInfo& r = first->szRouteInfo;
+    EXPECT_EQ("ospf1,,svr1,mc", std::string(r.m_cOSPFName) + "," + r.m_cNBRName + "," + r.m_cSVRName + "," + r.m_cPluginID);
     EXPECT_STREQ("quotes", first->cName);
-    ASSERT_NE(nullptr, first->pParamList);
-    EXPECT_STREQ("issue_type", first->pParamList->cKeyName);
-    EXPECT_STREQ("16", first->pParamList->cKeyValue);
-    ASSERT_NE(nullptr, first->pParamList->m_pNext);
-    EXPECT_STREQ("key", first->pParamList->m_pNext->cKeyName);
-    EXPECT_STREQ("ALL", first->pParamList->m_pNext->cKeyValue);
-    EXPECT_EQ(nullptr, first->pParamList->m_pNext->m_pNext);
-
-    EXPECT_EQ(2u, second->ulPacketID);
-    EXPECT_EQ(22, second->iIssueType);
-    // An over-long note is cut to the field.
-    EXPECT_EQ(std::string(255, 'n'), std::string(second->cName));
-    host.Shutdown();
+    EXPECT_EQ(8, first->iBranchNo);
+    EXPECT_EQ(std::string(255, 'n'), i.s()->m_szSendRequestMap.at(2)->cName) << "an over-long note is cut to the field";
 }
 
-TEST(ServiceConfig, RequestWithoutParametersFailsInitWithMinus5) {
-    hostemu::CHostConfig config;
-    ASSERT_EQ(0, config.LoadString(Config(
-        "<mc><request issuetype=\"16\" functionno=\"620001\" note=\"a\">"
-        "<param name=\"n\" value=\"v\"/></request>"
-        "<request issuetype=\"17\" functionno=\"620001\" note=\"b\"/></mc>")));
-    hostemu::CHostMessageFactory factory;
-    hostemu::CHostPackSvr packSvr;
-    hostemu::CHostLog log;
-    hostemu::CHostSecurity security;
-    hostemu::CPluginLoader loader;
-    loader.Offer(SID_ESBMESSAGEFACTORY, &factory);
-    loader.Offer(SID_F2PACKSVR, &packSvr);
-    loader.Offer(SID_CFGSVR, &config);
-    loader.Offer(SID_LOG, &log);
-    loader.Offer(SID_SECURITY, &security);
-    ASSERT_EQ(0, loader.Open(TIKRON_PLUGIN_PATH, "TIKRON")) << loader.Error();
-    ASSERT_EQ(0, loader.Create(config.GetConfig("plugin"), config.GetConfig("pub"), "tikron"))
-        << loader.Error();
-    testing::internal::CaptureStderr();
-    int r = loader.Init();
-    std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(-5, r);
-    EXPECT_NE(std::string::npos,
-              err.find("[CMCServiceInterface::ReadSubscibeRequest]GetFirstChild NULL, return -5!"))
-        << err;
-    // The first request stays listed; nothing after the list is created.
-    auto* s = static_cast<CTIKRONServiceImpl*>(loader.Service());
-    EXPECT_EQ(1u, s->m_szSendRequestMap.size());
-    EXPECT_EQ(nullptr, s->m_lpThread);
-    EXPECT_EQ(nullptr, s->m_lpRegeditThread);
-    loader.Unload();
+// A bad request fails the initialisation; the requests before it stay
+// listed and nothing after the list is created.
+TEST(ServiceConfig, BadRequestFailsInit) {
+    const struct {
+        const char* bad;
+        int rc;
+        const char* message;
+    } cases[] = {
+        {"<request issuetype=\"17\" functionno=\"620001\" note=\"b\"/>", -5,
+         "[CMCServiceInterface::ReadSubscibeRequest]GetFirstChild NULL, return -5!"},
+        {"<request issuetype=\"17\" functionno=\"620001\"><param name=\"n\"/></request>", -6,
+         "[CMCServiceInterface::ReadSubscibeRequest]KeyInfo without name or value,return -6\n"},
+    };
+    for (const auto& c : cases) {
+        Inited i(std::string("<mc><request issuetype=\"16\" functionno=\"620001\" note=\"a\"><param name=\"n\" value=\"v\"/>"
+                             "</request>") + c.bad + "</mc>");
+        EXPECT_EQ(c.rc, i.rc);
+        EXPECT_EQ("Init returned " + std::to_string(c.rc), i.host.Error());
+        EXPECT_NE(std::string::npos, i.err.find(c.message)) << i.err;
+        EXPECT_EQ(1u, i.s()->m_szSendRequestMap.size());
+        EXPECT_EQ(nullptr, i.s()->m_lpThread);
+        EXPECT_EQ(nullptr, i.s()->m_lpRegeditThread);
+    }
 }
 
 TEST(ServiceConfigDeathTest, MissingIdentityAbortsInEveryBuild) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
-            hostemu::HostOptions o = Options(
-                "<tikron><pub><node AppName=\"A\" SvrName=\"S\" SvrID=\"2\"/></pub><plugin/></tikron>");
-            hostemu::HostEmulator host(o);
-            host.Load();
+            hostemu::HostEmulator host(Options("<t><pub><node AppName=\"A\" SvrName=\"S\" SvrID=\"2\"/></pub><plugin/></t>"));
             host.Init();
         },
         "lpID");
 }
 
 TEST(ServiceConfig, TradeReportLogStartsOnlyWithSavehblog) {
-    time_t now = time(nullptr);
+    frametest::TempWorkDir dir;
+    ASSERT_TRUE(dir.Enter());
+    const time_t now = time(nullptr);
     struct tm t;
     localtime_r(&now, &t);
-    char path[300];
-    snprintf(path, sizeof(path), "./log/%04d-%02d-%02d-tikrno_A#-1.log", t.tm_year + 1900,
-             t.tm_mon + 1, t.tm_mday);
-    unlink(path);
-    for (const char* args : {"", "<args savehblog=\"0\"/>"}) {
-        hostemu::HostEmulator host(Options(Config(args)));
-        testing::internal::CaptureStdout();
-        ASSERT_EQ(0, host.Start()) << host.Error();
-        testing::internal::GetCapturedStdout();
-        host.Shutdown();
-        EXPECT_NE(0, access(path, F_OK)) << args;
+    char path[64];
+    snprintf(path, sizeof(path), "log/%04d-%02d-%02d-tikrno_A#-1.log", t.tm_year + 1900, t.tm_mon + 1, t.tm_mday);
+    for (const auto& c : {std::make_pair("", false), std::make_pair("<args savehblog=\"0\"/>", false),
+                          std::make_pair("<args savehblog=\"1\"/>", true)}) {
+        {
+            hostemu::HostEmulator host(Options(Config(c.first)));
+            testing::internal::CaptureStdout();
+            ASSERT_EQ(0, host.Start()) << host.Error();
+            testing::internal::GetCapturedStdout();
+        }
+        EXPECT_EQ(c.second, access(path, F_OK) == 0) << c.first;
     }
-    hostemu::HostEmulator host(Options(Config("<args savehblog=\"1\"/>")));
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(0, host.Start()) << host.Error();
-    testing::internal::GetCapturedStdout();
-    host.Shutdown();
-    EXPECT_EQ(0, access(path, F_OK)) << path;
-    unlink(path);
 }
+
+}  // namespace

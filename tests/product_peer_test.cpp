@@ -2,8 +2,8 @@
 // them: node B's synchronisation requests stay pending until answers with
 // every raw row of node A's tables are sent, which fill B's tables through
 // the real answer handlers; an exchange status A converts from 33105 to 24
-// is taken by B's intake; trade reports, error-flagged messages and a
-// subscription answer reach B as a peer would send them.
+// is taken by B's intake; a client's query keeps its route and a
+// subscription answer reaches B as a peer would send them.
 #include <algorithm>
 #include <map>
 
@@ -69,30 +69,32 @@ TEST(ProductPeers, PeerAnswersSentWithCtlFillTheOtherNode) {
         for (const json& r : Lines(out)) idOf[r["function"].get<int>()] = r["packet_id"].get<int>();
         return idOf.size() == 4;
     }, 10000)) << out;
-    const std::pair<int, const char*> tables[] = {{620202, "tikron_futu#1.db"},
-                                                  {620203, "tikronarg_futu#1.db"},
-                                                  {620204, "tikron_ex_futu#1.db"},
-                                                  {620206, "futuexchstatus_futu#1.db"}};
+    const struct {
+        int function;
+        const char* file;
+        const char* receipt;
+    } tables[] = {{620202, "tikron_futu#1.db", u8"收到单腿行情的同步应答"},
+                  {620203, "tikronarg_futu#1.db", u8"收到组合行情的同步应答"},
+                  {620204, "tikron_ex_futu#1.db", u8"收到单腿行情(扩展)的同步应答"},
+                  {620206, "futuexchstatus_futu#1.db", u8"收到交易所状态的同步应答"}};
     for (const auto& t : tables) {
         // A's answer with every raw row, sent to B as the answer to its request.
-        const std::string answer = a / (std::to_string(t.first) + ".json");
-        ASSERT_EQ(0, Ctl(nodeA.sock, {"sync", std::to_string(t.first), "--compact"}, &out)) << t.first;
+        const std::string answer = a / (std::to_string(t.function) + ".json");
+        ASSERT_EQ(0, Ctl(nodeA.sock, {"sync", std::to_string(t.function), "--compact"}, &out)) << t.function;
         WriteFile(answer, out);
-        ASSERT_EQ(0, Ctl(nodeB.sock, {"send", std::to_string(t.first), "--packet-type", "1", "--packet-id",
-                                      std::to_string(idOf[t.first]), "--body", "@" + answer, "--wait-ms", "0"},
+        ASSERT_EQ(0, Ctl(nodeB.sock, {"send", std::to_string(t.function), "--packet-type", "1", "--packet-id",
+                                      std::to_string(idOf[t.function]), "--body", "@" + answer, "--wait-ms", "0"},
                          &out, &err))
             << err;
     }
-    for (const char* receipt : {u8"收到单腿行情的同步应答", u8"收到组合行情的同步应答", u8"收到单腿行情(扩展)的同步应答",
-                                u8"收到交易所状态的同步应答"})
-        EXPECT_TRUE(WaitUntil([&] { return ReadFile(b / "host.log").find(receipt) != std::string::npos; }, 10000))
-            << receipt;
-    EXPECT_TRUE(WaitUntil([&] { return Ctl(nodeB.sock, {"pending"}, &out) == 0 && out.empty(); }, 5000)) << out;
     for (const auto& t : tables) {
-        const std::vector<std::string> recsA = Records(a / t.second);
-        EXPECT_GT(recsA.size(), 1u) << t.second;
-        EXPECT_EQ(recsA, Records(b / t.second)) << t.second;
+        EXPECT_TRUE(WaitUntil([&] { return ReadFile(b / "host.log").find(t.receipt) != std::string::npos; }, 10000))
+            << t.receipt;
+        const std::vector<std::string> recsA = Records(a / t.file);
+        EXPECT_GT(recsA.size(), 1u) << t.file;
+        EXPECT_EQ(recsA, Records(b / t.file)) << t.file;
     }
+    EXPECT_TRUE(WaitUntil([&] { return Ctl(nodeB.sock, {"pending"}, &out) == 0 && out.empty(); }, 5000)) << out;
 
     // A 33105 publication A converts to 24, published into B as it is.
     const json status = {{"columns", {"QH"}}, {"rows", {{"F7\x01" "3\x01" "1"}}}};
@@ -110,26 +112,6 @@ TEST(ProductPeers, PeerAnswersSentWithCtlFillTheOtherNode) {
                out.find("[\"F7\",\"3\",1]") != std::string::npos;
     }, 5000)) << out;
 
-    // Trade reports from the message center in both layouts; the same with
-    // the error flag is dropped unanswered.
-    const json deal = {{"columns", {"fund_account", "branch_no", "contract_code", "futu_entrust_type", "entrust_status"}},
-                       {"rows", {{42, 1, "cu2405", "B", "8"}}}};
-    const json quote = {{"columns", {"quote_no", "fund_account", "branch_no", "contract_code"}},
-                        {"rows", {{7, "42", 1, "IF2412"}}}};
-    const std::pair<std::vector<std::string>, std::vector<int>> reports[] = {
-        {{"--body", deal.dump()}, {23, 33101, 17}},
-        {{"--body", quote.dump()}, {33301}},
-        {{"--body", deal.dump(), "--error-flag", "1", "--error-no", "9", "--error-info", u8"错误"}, {}},
-    };
-    for (const auto& r : reports) {
-        std::vector<std::string> args = {"send", "620299", "--wait-ms", "1000"};
-        args.insert(args.end(), r.first.begin(), r.first.end());
-        ASSERT_EQ(0, Ctl(nodeB.sock, args, &out));
-        std::vector<int> issues;
-        for (const json& m : Lines(out))
-            if (m["function"] == 620031) issues.push_back(m["issue_type"].get<int>());
-        EXPECT_EQ(r.second, issues) << r.first.back();
-    }
     // A query from the client side keeps its route in the answer; a
     // subscription answer with any result reaches the plug-in.
     ASSERT_EQ(0, Ctl(nodeB.sock, {"send", "620207", "--from", "client", "--route", "ospf,nbr,svr,plug", "--body",
