@@ -1,117 +1,65 @@
-// Fault injection through the host emulator with the real plug-in: no
-// message from the factory, a neighbour that refuses, a packer whose raw
-// adds fail, and snapshot files that cannot be written. Each fault gives its
-// logged or counted outcome, the tables stay authoritative (queries answer)
-// and no message leaks or is released twice.
-#include <gtest/gtest.h>
+// Faults around the loaded plug-in: no message from the factory, a neighbour
+// that refuses, a packer whose raw adds fail, snapshot files that cannot be
+// written or opened. Each gives its logged or counted outcome, the tables
+// stay authoritative (queries answer) and no message leaks (TearDown).
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <string>
-
-#include "testing/frame_test_support.h"
 #include "testing/store_test_support.h"
-#include "store/hq_tables.h"
+#include "tests/e2e_support.h"
 
 namespace {
 
-using hostemu::MessageSnapshot;
-using hostemu::PackedBody;
-
-using frametest::Datagram;
-using frametest::WaitUntil;
-
-std::string SingleLeg(const std::string& code, const std::string& tail) { return SingleLegText(code, tail); }
+using namespace e2e;
 
 std::string Deal(const std::string& contract) {
-    return "31,FA09,F1,B7," + contract + ",卖出,开仓,4100.5,2,套利,00077,R1,S1,op,1,2,2,0,4101.25,B,5,12,13,1,10,0,"
-           "CF1,20240307,101112,IGNORED,1,3,occ,ref,SPD,7.5,-1.5,pos,9,1,2,3,4,5,6";
+    return Datagram('3', "31,FA09,F1,B7," + contract + ",卖出,开仓,4100.5,2,套利,00077,R1,S1,op,1,2,2,0,4101.25,B,5,"
+                         "12,13,1,10,0,CF1,20240307,101112,IGNORED,1,3,occ,ref,SPD,7.5,-1.5,pos,9,1,2,3,4,5,6");
 }
+std::string Quote(const std::string& code) { return Datagram('0', SingleLegText(code, "F4,93015,")); }
 
-class Faults : public frametest::UdpPlugin {
+class Faults : public Plugin {
 protected:
-    void Start(const std::function<void()>& prepare = nullptr) {
-        StartUdp("enableudphq=\"1\" enableudphb=\"1\"", prepare);
-    }
-    size_t Published() { return UdpPlugin::Published().size(); }
-    // Asks 620205 for one contract with named columns; the answer's
-    // contract code ("" when the answer has no row).
+    // The contract code 620205 answers for one contract ("" without a row).
     std::string AskEx(const std::string& code) {
-        PackedBody req = hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, code.c_str()}});
-        hostemu::MessageSpec msgDef(620205, 0);
-        msgDef.body = hostemu::EncodePacked(req);
-        host_->Center().Clear();
-        if (host_->PostFromCenter(msgDef) != 0) return "<not posted>";
         MessageSnapshot a;
-        if (!host_->Center().WaitFor([](const MessageSnapshot& m) { return m.FunctionNo() == 620205; }, 3000, &a))
+        if (!Ask(620205, hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, code.c_str()}}), &a))
             return "<no answer>";
-        PackedBody b = frametest::Decode(a.Body());
-        return b.rows.empty() ? "" : b.Str(0, "contract_code");
-    }
-    // Sends an exchange status marker and waits until the table holds it:
-    // everything sent before it has been handled.
-    void Drain(const std::string& exch) {
-        Send(Datagram('A', exch + ",1,1,"));
-        CExchStatusInfo* t = frametest::Svc(*host_)->m_pFUTUExchStatusInfo;
-        ASSERT_TRUE(WaitUntil([&] {
-            tagEXCHSTATUS probe{};
-            snprintf(probe.futu_exch_type, sizeof probe.futu_exch_type, "%s", exch.c_str());
-            return t->GetHQInfo(&probe) == 1;
-        }));
+        return Decode(a.Body()).Str(0, "contract_code");
     }
 };
 
-// No message from the factory: publications are skipped, the tables are
-// still updated, queries (answered in place) still work, nothing leaks.
+// Publications are skipped, the tables still updated, queries (answered in
+// place) still work. Each publication asks four times: three failed gets
+// are absorbed, a fourth costs exactly that one publication.
 TEST_F(Faults, NoMessageFromTheFactorySkipsPublicationsOnly) {
-    Start();
+    StartUdp();
     host_->Factory().SetGetMsgAlwaysFails(true);
-    Send(Datagram('0', SingleLeg("IF2412", "F4,93015,")));
-    Send(Datagram('3', Deal("cu2405")));
-    Drain("Z1");
-    EXPECT_EQ(0u, Published());
-    EXPECT_GT(host_->Factory().Stats().failedGets, 0u);
-    EXPECT_EQ("IF2412", AskEx("IF2412"));
-
-    // Each publication asks four times: three failed gets are absorbed, a
-    // fourth costs exactly that one publication.
+    Send(Quote("IF2412"));
+    Send(Deal("cu2405"));
+    Send(Datagram('A', "F7,1,1,"));
+    ASSERT_TRUE(WaitUntil([&] { return svc_->GetExchStatusInfo()->GetCount() == 1; }));
     host_->Factory().SetGetMsgAlwaysFails(false);
-    host_->Center().Clear();
-    Send(Datagram('0', SingleLeg("IF2501", "F4,93016,")));
-    Drain("Z2");
-    const size_t normal = Published();
-    ASSERT_GT(normal, 2u);
-    host_->Center().Clear();
-    host_->Factory().FailNextGetMsg(3);
-    Send(Datagram('0', SingleLeg("IF2502", "F4,93016,")));
-    Drain("Z3");
-    EXPECT_EQ(normal, Published());
-    host_->Center().Clear();
-    host_->Factory().FailNextGetMsg(4);
-    Send(Datagram('0', SingleLeg("IF2503", "F4,93016,")));
-    Drain("Z4");
-    EXPECT_EQ(normal - 1, Published());
+    EXPECT_TRUE(Flush().empty());
+    EXPECT_EQ("IF2412", AskEx("IF2412"));
+    for (int fails : {0, 3, 4}) {
+        host_->Center().Clear();
+        host_->Factory().FailNextGetMsg(fails);
+        Send(Quote("IF250" + std::to_string(fails)));
+        EXPECT_EQ(fails == 4 ? 2u : 3u, Flush().size()) << fails;
+    }
 }
 
-// A neighbour that refuses: each refused message is released by the
-// plug-in (live stays 0 once handled) and nothing is released twice.
 TEST_F(Faults, RefusedPublicationsAndAnswersAreReleased) {
-    Start();
+    StartUdp();
     host_->Center().SetMode(hostemu::CHostNeighbour::Refuse);
-    for (int i = 0; i < 20; ++i) {
-        Send(Datagram('0', SingleLeg("IF24" + std::to_string(10 + i), "F4,93015,")));
-        Send(Datagram('3', Deal("cu24" + std::to_string(10 + i))));
-    }
-    Drain("Z3");
-    EXPECT_GT(host_->Center().Refused(), 20u);
-    EXPECT_TRUE(WaitUntil([&] { return host_->Factory().Stats().live == 0; }));
+    for (int i = 10; i < 30; ++i) Send(Quote("IF24" + std::to_string(i))), Send(Deal("cu24" + std::to_string(i)));
+    ASSERT_TRUE(WaitUntil([&] { return host_->Center().Refused() >= 20 * 6; })) << host_->Center().Refused();
     // A refused query answer is released too.
-    PackedBody req = hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, "IF2410"}});
-    hostemu::MessageSpec msgDef(620205, 0);
-    msgDef.body = hostemu::EncodePacked(req);
+    MessageSpec q(620205, 0);
+    q.body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, "IF2410"}}));
     const size_t before = host_->Center().Refused();
-    ASSERT_EQ(0, host_->PostFromCenter(msgDef));
+    ASSERT_EQ(0, host_->PostFromCenter(q));
     EXPECT_TRUE(WaitUntil([&] { return host_->Center().Refused() > before; }));
     EXPECT_TRUE(WaitUntil([&] { return host_->Factory().Stats().live == 0; }));
     host_->Center().SetMode(hostemu::CHostNeighbour::Record);
@@ -119,47 +67,44 @@ TEST_F(Faults, RefusedPublicationsAndAnswersAreReleased) {
 }
 
 // Raw adds failing: the deal's binary records log "add raw fail..." and the
-// report is still published (the text form needs no raw add).
+// text form (no raw add) is still published.
 TEST_F(Faults, FailingRawAddsAreLoggedAndTheReportStillGoesOut) {
-    Start();
+    StartUdp();
     host_->PackSvr().SetPackRawFails(true);
-    Send(Datagram('3', Deal("cu2405")));
-    ASSERT_TRUE(host_->Log().WaitFor("add raw fail, result: -1, size: 304!", 3000));
-    EXPECT_TRUE(host_->Log().WaitFor("add raw fail, result: -1, size: 248!", 3000));
-    EXPECT_TRUE(WaitUntil([&] { return Published() >= 1; }));
-    bool text = false;
-    for (auto& m : host_->Center().Messages()) text = text || m.IssueType() == 33101;
-    EXPECT_TRUE(text);
-    // Quotes still land in the tables and answer queries.
-    Send(Datagram('0', SingleLeg("IF2412", "F4,93015,")));
-    Drain("Z4");
+    Send(Deal("cu2405"));
+    Send(Quote("IF2412"));
+    auto msgs = Flush();
+    std::string issues;
+    for (const auto& m : msgs) issues += std::to_string(m.IssueType()) + " ";
+    EXPECT_EQ("23 33101 17 33100 ", issues);  // the records without their raw cell
+    EXPECT_EQ("B -", Show(Decode(msgs.at(0).Body())).substr(Show(Decode(msgs[0].Body())).size() - 3));
+    EXPECT_EQ(1u, LogCount("add raw fail, result: -1, size: 304!"));
+    EXPECT_EQ(1u, LogCount("add raw fail, result: -1, size: 248!"));
     EXPECT_EQ("IF2412", AskEx("IF2412"));
 }
 
-// Snapshot files on a full disk (/dev/full): the write failure is logged
-// with its error code, the table keeps every quote and answers queries, and
-// the stop still empties what it can.
+// Snapshot files on a full disk: the failure is logged with its error code
+// (28, ENOSPC), the table keeps every quote and answers queries.
 TEST_F(Faults, FullDiskForSnapshotsIsLoggedAndTheTableStaysAuthoritative) {
-    Start([] {
+    Start("enableudprecv=\"1\"", "", [] {
         for (const char* f : {"tikron_A#1.db", "tikron_ex_A#1.db", "tikronarg_A#1.db", "futuexchstatus_A#1.db"})
             ASSERT_EQ(0, symlink("/dev/full", f));
     });
-    for (int i = 0; i < 5; ++i) Send(Datagram('0', SingleLeg("IF25" + std::to_string(10 + i), "F4,93015,")));
-    Drain("Z5");
-    // Code 28: ENOSPC.
-    EXPECT_TRUE(host_->Log().WaitFor(", 错误代码: 28", 3000));
-    for (int i = 0; i < 5; ++i) EXPECT_EQ("IF25" + std::to_string(10 + i), AskEx("IF25" + std::to_string(10 + i)));
-    EXPECT_EQ(5u + 0u, frametest::Svc(*host_)->m_pTIKRONInfo_EX->GetCount());
+    for (int i = 10; i < 15; ++i) Send(Quote("IF25" + std::to_string(i)));
+    Flush();
+    EXPECT_TRUE(WaitLog(", 错误代码: 28"));
+    for (int i = 10; i < 15; ++i) EXPECT_EQ("IF25" + std::to_string(i), AskEx("IF25" + std::to_string(i)));
+    EXPECT_EQ(5u, svc_->m_pTIKRONInfo_EX->GetCount());
 }
 
-// A snapshot path that cannot be opened at all (a directory in its place):
-// the table works from memory and the stop and the daily reset pass.
+// A directory where a snapshot file goes: the table works from memory, and
+// the daily reset passes.
 TEST_F(Faults, UnopenableSnapshotLeavesTheTableWorkingFromMemory) {
-    Start([] { ASSERT_EQ(0, mkdir("tikron_ex_A#1.db", 0755)); });
-    Send(Datagram('0', SingleLeg("IF2412", "F4,93015,")));
-    Drain("Z6");
+    Start("enableudprecv=\"1\"", "", [] { ASSERT_EQ(0, mkdir("tikron_ex_A#1.db", 0755)); });
+    Send(Quote("IF2412"));
+    Flush();
     EXPECT_EQ("IF2412", AskEx("IF2412"));
-    EXPECT_EQ(0, frametest::Svc(*host_)->SysInit());
+    EXPECT_EQ(0, svc_->SysInit());
     EXPECT_EQ("", AskEx("IF2412"));
 }
 
