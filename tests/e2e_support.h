@@ -4,14 +4,7 @@
 // messages shown as one line of text so a whole message is one expectation.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
 #include <cstring>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "host/host_center.h"
 #include "store/hq_tables.h"
@@ -160,7 +153,9 @@ protected:
     // prepare runs in the working directory before the start.
     void Start(const std::string& args = "", const std::string& extra = "",
                const std::function<void()>& prepare = nullptr) {
-        if (!entered_) ASSERT_TRUE(entered_ = dir_.Enter());
+        if (!entered_) {
+            ASSERT_TRUE(entered_ = dir_.Enter());
+        }
         if (prepare) prepare();
         StopPlugin();
         const bool udp = args.find("enableudprecv=\"1\"") != std::string::npos;
@@ -171,7 +166,9 @@ protected:
         center_.reset(new hostemu::CMessageCenter(*host_));
         ASSERT_EQ(0, host_->Start()) << host_->Error();
         svc_ = frametest::Svc(*host_);
-        if (udp) ASSERT_NE(0, port_ = static_cast<int>(svc_->m_pUDPRecv->GetPort()));
+        if (udp) {
+            ASSERT_NE(0, port_ = static_cast<int>(svc_->m_pUDPRecv->GetPort()));
+        }
     }
     void StartUdp(const std::string& args = "", const std::string& extra = "") {
         Start("enableudprecv=\"1\" " + args, extra);
@@ -183,9 +180,10 @@ protected:
             host_->PackSvr().SetPackRawFails(false);
             host_->Shutdown();
             const hostemu::MessageStats st = host_->Factory().Stats();
-            EXPECT_EQ(0u, st.live) << host_->Factory().LeakReport();
-            EXPECT_EQ(0u, st.doubleReleases);
-            EXPECT_EQ(0u, st.usesAfterRelease);
+            EXPECT_EQ("live 0, released twice 0, used after release 0",
+                      "live " + std::to_string(st.live) + ", released twice " + std::to_string(st.doubleReleases) +
+                          ", used after release " + std::to_string(st.usesAfterRelease))
+                << host_->Factory().LeakReport();
         }
         host_.reset();
         svc_ = nullptr;
@@ -211,11 +209,10 @@ protected:
     std::vector<MessageSnapshot> Flush() {
         const std::string code = "Z" + std::to_string(++markers_);
         Send(Datagram('A', code + ",1,1,"));
-        EXPECT_TRUE(WaitUntil([&] {
-            for (auto& m : host_->Center().Messages())
-                if (m.IssueType() == 33105 && ShowItem(m.Key()) == "futu_exch_type:S255 = " + code) return true;
-            return false;
-        })) << "marker " << code << " not published";
+        EXPECT_TRUE(host_->Center().WaitFor(
+            [&](const MessageSnapshot& m) { return ShowItem(m.Key()) == "futu_exch_type:S255 = " + code; },
+            3000))
+            << "marker " << code << " not published";
         return Published();
     }
     // Records in the single-leg, extended, arbitrage and exchange-status tables.

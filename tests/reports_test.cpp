@@ -99,7 +99,9 @@ TEST_F(Reports, CenterDealForms) {
         EXPECT_EQ(u8"买入 平今仓 投机", hostemu::GbkToUtf8(std::string(rec.entrust_name) + " " + rec.direction_name + " " + rec.hedge_name));
         tagCJ old{};
         ConvertCj23To17(&rec, old);
-        if (legacy) EXPECT_EQ(Bytes(old), FirstCell(msgs[2], 1));
+        if (legacy) {
+            EXPECT_EQ(Bytes(old), FirstCell(msgs[2], 1));
+        }
     }
 }
 

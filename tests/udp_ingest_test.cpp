@@ -1,6 +1,8 @@
 // Datagrams over 127.0.0.1 into the loaded plug-in: quote, arbitrage,
 // exchange-status, inquiry and quote-report records, the tables they fill
 // and the messages they publish; dropped datagrams and their log lines.
+#include <unistd.h>
+
 #include <map>
 
 #include "quote/quote_text.h"
@@ -207,22 +209,52 @@ TEST_F(UdpIngest, DroppedDatagramsAreLogged) {
     EXPECT_EQ("620003/33105 key[futu_exch_type:S255 = F1] body[QH:S1024 = F1|5|1]", Show(Flush().back()));
 }
 
-// Raw records that fail to pack are logged and released, the texts still go
-// out; refused publications are released by the plug-in (TearDown checks).
-TEST_F(UdpIngest, RefusedAndUnpackableMessagesAreReleased) {
-    StartUdp();
+// Faults around the plug-in: raw records that fail to pack (logged, the
+// texts still go out), publications the center refuses, no message from the
+// factory (three failed gets absorbed, a fourth costs that publication; the
+// tables still updated, queries answered in place), snapshot files on a full
+// disk (the error code logged, the tables stay authoritative). Every message
+// is released (TearDown).
+TEST_F(UdpIngest, FaultsAreLoggedOrCountedAndEveryMessageIsReleased) {
+    const std::string deal = "31,FA09,F1,B7,cu2405,sell,open,4100.5,2,arb,00077,R1,S1,op,1,2,2,0,4101.25,B,5,12,13,1,10,0,CF1";
+    Start("enableudprecv=\"1\"", "", [] {
+        for (const char* f : {"tikron_A#1.db", "tikron_ex_A#1.db", "tikronarg_A#1.db", "futuexchstatus_A#1.db"})
+            ASSERT_EQ(0, symlink("/dev/full", f));
+    });
     host_->PackSvr().SetPackRawFails(true);
     Send(Datagram('0', SingleLegText("IF2501", "F4,93015,")));
+    Send(Datagram('3', deal));
     Send(Datagram('A', "F9,1,1,"));
-    EXPECT_EQ((std::vector<std::string>{"33100 contract_code:S255 = IF2501", "33105 futu_exch_type:S255 = F9"}),
+    EXPECT_EQ((std::vector<std::string>{"33100 contract_code:S255 = IF2501", "23 branch_no:S255 fund_account:S255 = I12 I77",
+                                        "33101 branch_no:S255 fund_account:S255 = I12 00077",
+                                        "17 branch_no:S255 fund_account:S255 = I12 I77", "33105 futu_exch_type:S255 = F9"}),
               IssueTypes());
-    host_->PackSvr().SetPackRawFails(false);
-    EXPECT_LE(3u, LogCount("pack fail"));
+    host_->PackSvr().SetPackRawFails(false);  // failed: 22, 16, the 24s of F9 and the marker
+    EXPECT_EQ("4 1 1", std::to_string(LogCount("pack fail")) + " " + std::to_string(LogCount("add raw fail, result: -1, size: 304!")) +
+                           " " + std::to_string(LogCount("add raw fail, result: -1, size: 248!")));
+    EXPECT_TRUE(WaitLog(", 错误代码: 28"));
     host_->Center().SetMode(hostemu::CHostNeighbour::Refuse);
     Send(Datagram('0', SingleLegText("IF2412", "F4,93015,")));
     Send(Datagram('A', "F8,1,1,"));
     EXPECT_TRUE(WaitUntil([&] { return Tables() == "2 2 0 3"; })) << Tables();
     EXPECT_TRUE(WaitUntil([&] { return host_->Center().Refused() >= 5u; }));
+    host_->Center().SetMode(hostemu::CHostNeighbour::Record);
+
+    host_->Factory().SetGetMsgAlwaysFails(true);
+    Send(Datagram('0', SingleLegText("IF2601", "F4,93015,")));
+    Send(Datagram('3', deal));
+    Send(Datagram('A', "F7,1,1,"));
+    ASSERT_TRUE(WaitUntil([&] { return Tables() == "3 3 0 4"; }));
+    MessageSnapshot a;
+    ASSERT_TRUE(Ask(620205, hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, "IF2601"}}), &a));
+    EXPECT_EQ("IF2601", Decode(a.Body()).Str(0, "contract_code"));
+    host_->Factory().SetGetMsgAlwaysFails(false);
+    const size_t before = Flush().size();
+    for (int fails : {3, 4}) {
+        host_->Factory().FailNextGetMsg(fails);
+        Send(Datagram('0', SingleLegText("IF270" + std::to_string(fails), "F4,93015,")));
+        EXPECT_EQ(before + (fails == 3 ? 3 : 5), Flush().size()) << fails;
+    }
 }
 
 }  // namespace
