@@ -1,11 +1,12 @@
 // Quote queries 620200, 620205, 620201 and 620207 through the host
-// emulator: named-column and raw answers, unknown keys, the error answer,
-// refused requests and the "all exchanges" rules.
-#include "tests/quote_msg_support.h"
+// emulator: named-column and raw answers, key bounds, unknown keys, the
+// error answer, refused requests and the "all exchanges" rules.
+#include "quote/quote_text.h"
+#include "tests/e2e_support.h"
 
 namespace {
 
-using namespace msgtest;
+using namespace e2e;
 
 PackedBody KeyRows(const char* field, const std::vector<std::string>& keys, int resultType) {
     PackedBody b;
@@ -14,222 +15,148 @@ PackedBody KeyRows(const char* field, const std::vector<std::string>& keys, int 
     return b;
 }
 
-// Raw records of a raw-mode answer, checking the column declaration.
-std::vector<std::string> RawRows(const MessageSnapshot& m, const char* column, size_t recordSize) {
+// One column per row: the values of `column`, or of the first column.
+std::vector<std::string> Column(const MessageSnapshot& m, const char* column = nullptr) {
     PackedBody b = Decode(m.Body());
     std::vector<std::string> out;
-    EXPECT_EQ(1u, b.columns.size());
-    if (b.columns.size() != 1) return out;
-    EXPECT_EQ(column, b.columns[0].name);
-    EXPECT_EQ('R', b.columns[0].type);
-    EXPECT_EQ(static_cast<int>(recordSize) + 1, b.columns[0].width);
-    EXPECT_EQ(4, b.columns[0].scale);
-    for (auto& row : b.rows) {
-        EXPECT_EQ('R', row[0].kind);
-        EXPECT_EQ(recordSize, row[0].bytes.size());
-        out.push_back(row[0].bytes);
+    for (size_t r = 0; r < b.rows.size(); ++r) out.push_back(column ? b.Str(r, column) : b.rows[r].at(0).bytes);
+    return out;
+}
+
+// The named columns of a one-row answer, in the order given.
+PackedBody Pick(const PackedBody& b, const std::vector<std::string>& names) {
+    PackedBody out;
+    out.rows.resize(b.rows.size() == 1 ? 1 : 0);
+    for (const auto& n : names) {
+        if (b.Find(n) < 0) continue;
+        out.columns.push_back(b.columns[b.Find(n)]);
+        if (!out.rows.empty()) out.rows[0].push_back(*b.Get(0, n));
     }
     return out;
 }
 
-std::vector<std::string> ColumnNames(const PackedBody& b) {
-    std::vector<std::string> names;
-    for (auto& c : b.columns) {
-        EXPECT_EQ('S', c.type) << c.name;
-        EXPECT_EQ(255, c.width) << c.name;
-        EXPECT_EQ(4, c.scale) << c.name;
-        names.push_back(c.name);
-    }
-    return names;
-}
-
-class Queries : public PluginFixture {
+class Queries : public Plugin {
 protected:
-    void SetUp() override { StartPlugin(); }
+    void SetUp() override { Start(); }
+    MessageSnapshot Answer(int function, const PackedBody& body) {
+        MessageSnapshot a;
+        EXPECT_TRUE(Ask(function, body, &a)) << function;
+        return a;
+    }
 };
 
-TEST_F(Queries, SingleLegFieldAnswerHasTheColumnsInOrderAndTypedValues) {
-    tagHQInfo_EX ex = HqEx("IF2409", 3850.2, 101530);
-    PutEx(ex);  // a 6-character code lands in both single-leg tables
-    MessageSnapshot a;
-    ASSERT_TRUE(Ask(620200, KeyRows("contract_code", {"IF2409"}, 1), &a));
-    PackedBody b = Decode(a.Body());
-    std::vector<std::string> names = ColumnNames(b);
-    ASSERT_EQ(46u, names.size());
-    EXPECT_EQ("contract_code", names[0]);
-    EXPECT_EQ("form_buy_price", names[19]);  // the exchange column moved to the end
-    EXPECT_EQ("ask_volume5", names[44]);
-    EXPECT_EQ("futu_exch_type", names[45]);
-    ASSERT_EQ(1u, b.rows.size());
-    EXPECT_EQ("IF2409", b.Str(0, "contract_code"));
-    EXPECT_EQ('D', b.Get(0, "futu_last_price")->kind);
-    EXPECT_DOUBLE_EQ(3850.2, b.Get(0, "futu_last_price")->d);
-    EXPECT_EQ('I', b.Get(0, "buy_high_amount")->kind);
-    EXPECT_EQ(12, b.Get(0, "buy_high_amount")->i);
-    EXPECT_DOUBLE_EQ(3852.2, b.Get(0, "ask_price5")->d);
-    EXPECT_EQ(11, b.Get(0, "bid_volume5")->i);
-    EXPECT_EQ("F1", b.Str(0, "futu_exch_type"));
-
-    // The extended query adds "time_stamp" as the 47th column.
-    ASSERT_TRUE(Ask(620205, KeyRows("contract_code", {"IF2409"}, 1), &a));
-    b = Decode(a.Body());
-    names = ColumnNames(b);
-    ASSERT_EQ(47u, names.size());
-    EXPECT_EQ("futu_exch_type", names[45]);
-    EXPECT_EQ("time_stamp", names[46]);
-    ASSERT_EQ(1u, b.rows.size());
-    EXPECT_EQ(101530, b.Int(0, "time_stamp"));
-    EXPECT_EQ(0, a.ErrorFlag());
+TEST_F(Queries, FieldAnswersHaveTheColumnsInOrderAndTypedValues) {
+    Put(HqEx("IF2409", 3850.2, 101530));  // a 6-character code lands in both single-leg tables
+    Put(Arg("SPD m2409&m2501", 12.5));
+    PackedBody b = Decode(Answer(620205, KeyRows("contract_code", {"IF2409"}, 1)).Body());
+    ASSERT_EQ(47u, b.columns.size());
+    // The exchange column moved to the end, before the time stamp.
+    EXPECT_EQ("form_buy_price ask_volume5 futu_exch_type time_stamp",
+              b.columns[19].name + " " + b.columns[44].name + " " + b.columns[45].name + " " + b.columns[46].name);
+    EXPECT_EQ("contract_code:S255 futu_last_price:S255 buy_high_amount:S255 ask_price5:S255 futu_exch_type:S255 "
+              "time_stamp:S255 = IF2409 D3850.2000 I12 D3852.2000 F1 I101530",
+              Show(Pick(b, {"contract_code", "futu_last_price", "buy_high_amount", "ask_price5", "futu_exch_type",
+                            "time_stamp"})));
+    // The single-leg query has the same columns without the time stamp.
+    b = Decode(Answer(620200, KeyRows("contract_code", {"IF2409"}, 1)).Body());
+    EXPECT_EQ(46u, b.columns.size());
+    EXPECT_EQ("futu_exch_type", b.columns.back().name);
+    EXPECT_EQ("arbicontract_id:S255 futu_exch_type:S255 first_code:S255 second_code:S255 arbi_type:S255 "
+              "buy_price:S255 buy_amount:S255 buy_total_amount:S255 sale_price:S255 sale_amount:S255 "
+              "sale_total_amount:S255 futu_high_price:S255 futu_low_price:S255 uplimited_price:S255 "
+              "downlimited_price:S255 = SPD m2409&m2501 F2 m2409 m2501 C1 D12.5000 I3 I0 D0.0000 I0 I0 D0.0000 "
+              "D0.0000 D0.0000 D-87.5000",
+              Show(Decode(Answer(620201, KeyRows("arbicontract_id", {"SPD m2409&m2501"}, 1)).Body())));
 }
 
 TEST_F(Queries, RawAnswersCarryWholeRecordsUnderAOneByteWiderColumn) {
     tagHQInfo_EX ex = HqEx("IF2409", 3850.2);
-    PutEx(ex);
-    tagHQInfo single;
-    memset(&single, 0, sizeof single);
+    Put(ex);
+    tagHQInfo single{};
     ASSERT_EQ(0, ConvertHq22To16(&ex, single));
-    tagArgHQInfo arg = Arg("SPD m2409&m2501", 12.5);
-    PutArg(arg);
-    PutExch(Exch("F1", "2", 1));
-
-    MessageSnapshot a;
-    ASSERT_TRUE(Ask(620200, KeyRows("contract_code", {"IF2409"}, 0), &a));
-    EXPECT_EQ(std::vector<std::string>{Bytes(single)}, RawRows(a, "futu_hq_raw", 308));
-    ASSERT_TRUE(Ask(620205, KeyRows("contract_code", {"IF2409"}, 0), &a));
-    EXPECT_EQ(std::vector<std::string>{Bytes(ex)}, RawRows(a, "futu_hq_raw", 328));
-    ASSERT_TRUE(Ask(620201, KeyRows("arbicontract_id", {"SPD m2409&m2501"}, 0), &a));
-    EXPECT_EQ(std::vector<std::string>{Bytes(arg)}, RawRows(a, "futu_hq_raw", 128));
-    ASSERT_TRUE(Ask(620207, KeyRows("futu_exch_type", {"F1"}, 0), &a));
-    EXPECT_EQ(std::vector<std::string>{Bytes(Exch("F1", "2", 1))}, RawRows(a, "futu_exch_status_raw", 12));
-
-    // A body without "result_type" also means raw mode.
-    ASSERT_TRUE(Ask(620205, hostemu::MakeBody(33, {"contract_code"}, {{"IF2409"}}), &a));
-    EXPECT_EQ(1u, RawRows(a, "futu_hq_raw", 328).size());
-}
-
-TEST_F(Queries, ManyContractsSkipUnknownOnesAndKeyBoundsApply) {
-    PutEx(HqEx("IF2409", 1.0));
-    PutEx(HqEx("IF2412", 2.0));
-    // 29 significant characters: a 30-character request matches on them.
-    const std::string longCode(29, 'x');
-    PutEx(HqEx(longCode, 3.0));
-    MessageSnapshot a;
-    ASSERT_TRUE(Ask(620205, KeyRows("contract_code", {"IF2409", "NOPE", "IF2412", longCode + "Z"}, 1), &a));
-    PackedBody b = Decode(a.Body());
-    ASSERT_EQ(3u, b.rows.size());
-    EXPECT_EQ("IF2409", b.Str(0, "contract_code"));
-    EXPECT_EQ("IF2412", b.Str(1, "contract_code"));
-    EXPECT_EQ(longCode, b.Str(2, "contract_code"));
-    EXPECT_EQ(-1, b.Find("error_no"));
-
-    // The single-leg query matches on the first 12 characters.
-    PutHq(Hq("ABCDEFGHIJKL", 7.0));
-    ASSERT_TRUE(Ask(620200, KeyRows("contract_code", {"ABCDEFGHIJKLMNOP", "IF2409"}, 1), &a));
-    b = Decode(a.Body());
-    ASSERT_EQ(2u, b.rows.size());
-    EXPECT_EQ("ABCDEFGHIJKL", b.Str(0, "contract_code"));
-
-    // Only unknown contracts: columns and no rows.
-    ASSERT_TRUE(Ask(620201, KeyRows("arbicontract_id", {"none1", "none2"}, 1), &a));
-    b = Decode(a.Body());
-    EXPECT_EQ(15u, b.columns.size());
-    EXPECT_EQ(0u, b.rows.size());
-}
-
-TEST_F(Queries, RowWithoutTheKeyReplacesTheAnswerWithErrorMinus4) {
-    PutEx(HqEx("IF2409", 1.0));
-    PutArg(Arg("SPD a&b", 1.0));
+    Put(Arg("SPD m2409&m2501", 12.5));
+    Put(Exch("F1", "2", 1));
     struct Case {
         int function;
         const char* key;
-        const char* other;
-        const char* text;
+        std::string value, record, show;
     } cases[] = {
-        {620200, "contract_code", "IF2409", "没字段: contract_code"},
-        {620205, "contract_code", "IF2409", "没字段: contract_code"},
-        {620201, "arbicontract_id", "SPD a&b", "没字段: arbicontract_id"},
+        {620200, "contract_code", "IF2409", Bytes(single), "futu_hq_raw:R309 = R<308>"},
+        {620205, "contract_code", "IF2409", Bytes(ex), "futu_hq_raw:R329 = R<328>"},
+        {620201, "arbicontract_id", "SPD m2409&m2501", Bytes(Arg("SPD m2409&m2501", 12.5)), "futu_hq_raw:R129 = R<128>"},
+        {620207, "futu_exch_type", "F1", Bytes(Exch("F1", "2", 1)), "futu_exch_status_raw:R13 = R<12>"},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.function);
-        // Answered rows first; a body without the key column: error answer
-        // only (the walk on a null key is covered in quote/key_walk_test).
-        // A body without the key column at all: the same error answer.
-        MessageSnapshot a;
-        ASSERT_TRUE(Ask(c.function, hostemu::MakeBody(33, {"result_type", "other"}, {{1, c.other}, {1, c.other}}), &a));
-        PackedBody b = Decode(a.Body());
-        ASSERT_EQ(2u, b.columns.size());
-        EXPECT_EQ("error_no", b.columns[0].name);
-        EXPECT_EQ("error_info", b.columns[1].name);
-        ASSERT_EQ(1u, b.rows.size());
-        EXPECT_EQ(-4, b.Int(0, "error_no"));
-        EXPECT_EQ(c.text, b.Str(0, "error_info"));
-        EXPECT_EQ(1, a.PacketType());
+        MessageSnapshot a = Answer(c.function, KeyRows(c.key, {c.value}, 0));
+        EXPECT_EQ(c.show, Show(Decode(a.Body()))) << c.function;
+        EXPECT_EQ(c.record, FirstCell(a)) << c.function;
+    }
+    // A body without "result_type" also means raw mode.
+    EXPECT_EQ("futu_hq_raw:R329 = R<328>",
+              Show(Decode(Answer(620205, hostemu::MakeBody(33, {"contract_code"}, {{"IF2409"}})).Body())));
+}
+
+TEST_F(Queries, ManyContractsSkipUnknownOnesAndKeyBoundsApply) {
+    // 29 significant characters: a 30-character request matches on them.
+    const std::string longCode(29, 'x');
+    for (const auto& code : {std::string("IF2409"), std::string("IF2412"), longCode}) Put(HqEx(code, 1.0));
+    EXPECT_EQ((std::vector<std::string>{"IF2409", "IF2412", longCode}),
+              Column(Answer(620205, KeyRows("contract_code", {"IF2409", "NOPE", "IF2412", longCode + "Z"}, 1))));
+    // The single-leg query matches on the first 12 characters.
+    Put(Hq("ABCDEFGHIJKL", 7.0));
+    EXPECT_EQ((std::vector<std::string>{"ABCDEFGHIJKL", "IF2409"}),
+              Column(Answer(620200, KeyRows("contract_code", {"ABCDEFGHIJKLMNOP", "IF2409"}, 1))));
+    // Only unknown contracts: columns and no rows.
+    MessageSnapshot a = Answer(620201, KeyRows("arbicontract_id", {"none1", "none2"}, 1));
+    EXPECT_EQ(15u, Decode(a.Body()).columns.size());
+    EXPECT_TRUE(Column(a).empty());
+}
+
+// A body without the key column: the error answer only.
+TEST_F(Queries, RowWithoutTheKeyReplacesTheAnswerWithErrorMinus4) {
+    Put(HqEx("IF2409", 1.0));
+    Put(Arg("SPD a&b", 1.0));
+    for (auto c : {std::make_pair(620200, "contract_code"), std::make_pair(620205, "contract_code"),
+                   std::make_pair(620201, "arbicontract_id")}) {
+        MessageSnapshot a = Answer(c.first, hostemu::MakeBody(33, {"result_type", "other"}, {{1, "IF2409"}, {1, "SPD a&b"}}));
+        EXPECT_EQ(std::to_string(c.first) + "/0 p1 key[] body[error_no:S255 error_info:S255 = I-4 没字段: " + c.second + "]",
+                  Show(a));
     }
 }
 
+// Answers, a missing body, a body that does not unpack and a body in item 54
+// only are not answered; the queries go on serving.
 TEST_F(Queries, AnswersAndMissingBodiesAreNotAnswered) {
-    PutEx(HqEx("IF2409", 1.0));
+    Put(HqEx("IF2409", 1.0));
     for (int f : {620200, 620201, 620205, 620207}) {
-        SCOPED_TRACE(f);
         MessageSnapshot a;
-        // Packet type 1, a missing body, and a body that does not unpack.
-        EXPECT_FALSE(Ask(f, KeyRows("contract_code", {"IF2409"}, 1), &a, /*packetType*/ 1, false, 150));
-        hostemu::MessageSpec noBody(f, 0);
-        noBody.packetId = ++nextId_;
-        ASSERT_EQ(0, host_->PostFromClient(noBody));
-        hostemu::MessageSpec junk(f, 0);
-        junk.packetId = ++nextId_;
+        EXPECT_FALSE(Ask(f, KeyRows("contract_code", {"IF2409"}, 1), &a, false, /*packetType*/ 1, 150)) << f;
+        EXPECT_FALSE(Ask(f, KeyRows("contract_code", {"IF2409"}, 1), &a, /*inKeyItem*/ true, 0, 150)) << f;
+        MessageSpec noBody(f, 0), junk(f, 0);
         junk.body = {'n', 'o', 't', ' ', 'p', 'a', 'c', 'k', 'e', 'd'};
+        ASSERT_EQ(0, host_->PostFromClient(noBody));
         ASSERT_EQ(0, host_->PostFromClient(junk));
-        // A body only in item 54 is not read by the queries either.
-        EXPECT_FALSE(Ask(f, KeyRows("contract_code", {"IF2409"}, 1), &a, 0, /*inKeyItem*/ true, 150));
     }
-    MessageSnapshot a;
-    ASSERT_TRUE(Ask(620205, KeyRows("contract_code", {"IF2409"}, 1), &a));  // still serving
+    EXPECT_EQ(std::vector<std::string>{"IF2409"}, Column(Answer(620205, KeyRows("contract_code", {"IF2409"}, 1))));
     EXPECT_TRUE(WaitUntil([&] { return host_->Factory().Stats().live == 0; }));
-    for (auto& m : host_->Center().Messages()) EXPECT_NE(1000000, m.PacketId());
-    EXPECT_EQ(1u, host_->Center().MessagesOf(620205, 1).size());
-    EXPECT_EQ(0u, host_->Center().MessagesOf(620200).size());
+    EXPECT_EQ(1u, host_->Center().MessagesOf(620205).size() + host_->Center().MessagesOf(620200).size() +
+                      host_->Center().MessagesOf(620201).size() + host_->Center().MessagesOf(620207).size());
 }
 
 TEST_F(Queries, ExchangeStatusAnswersAllExchangesForNoRowsOrABlankRow) {
-    PutExch(Exch("F3", "1", 0));
-    PutExch(Exch("F1", "2", 1));
-    PutExch(Exch("F2", "3", 1));
-    auto codes = [](const MessageSnapshot& m) {
-        PackedBody b = Decode(m.Body());
-        std::vector<std::string> out;
-        for (size_t i = 0; i < b.rows.size(); ++i) out.push_back(b.Str(i, "futu_exch_type"));
-        return out;
-    };
-    const std::vector<std::string> all = {"F1", "F2", "F3"};
-    MessageSnapshot a;
+    // An empty table: columns, no rows.
+    EXPECT_EQ("futu_exch_status_raw:R13", Show(Decode(Answer(620207, hostemu::MakeBody(33, {"result_type"}, {})).Body())));
+    for (auto st : {Exch("F3", "1", 0), Exch("F1", "2", 1), Exch("F2", "3", 1)}) Put(st);
     // Columns but no rows: "result_type" reads as 0, so raw records.
-    PackedBody empty;
-    empty.columns = {{"result_type", 'S', 255, 4}, {"futu_exch_type", 'S', 255, 4}};
-    ASSERT_TRUE(Ask(620207, empty, &a));
-    std::vector<std::string> rawCodes;
-    for (const std::string& raw : RawRows(a, "futu_exch_status_raw", 12)) rawCodes.push_back(raw.substr(0, 2));
-    EXPECT_EQ(all, rawCodes);
+    PackedBody empty = KeyRows("futu_exch_type", {}, 0);
+    EXPECT_EQ((std::vector<std::string>{Bytes(Exch("F1", "2", 1)), Bytes(Exch("F2", "3", 1)), Bytes(Exch("F3", "1", 0))}),
+              Column(Answer(620207, empty)));
     // A blank row after a named one: every exchange, the named one dropped.
-    ASSERT_TRUE(Ask(620207, KeyRows("futu_exch_type", {"F2", " \t "}, 1), &a));
-    EXPECT_EQ(all, codes(a));
+    EXPECT_EQ((std::vector<std::string>{"F1", "F2", "F3"}),
+              Column(Answer(620207, KeyRows("futu_exch_type", {"F2", " \t "}, 1)), "futu_exch_type"));
     // Named exchanges (trimmed, unknown skipped) in request order.
-    ASSERT_TRUE(Ask(620207, KeyRows("futu_exch_type", {" F3 ", "F9", "F1"}, 1), &a));
-    EXPECT_EQ((std::vector<std::string>{"F3", "F1"}), codes(a));
-    PackedBody b = Decode(a.Body());
-    ASSERT_EQ(3u, b.columns.size());
-    EXPECT_EQ("1", b.Str(0, "futu_status"));
-    EXPECT_EQ(0, b.Int(0, "can_trade"));
-    EXPECT_EQ('I', b.Get(1, "can_trade")->kind);
-}
-
-TEST_F(Queries, ExchangeStatusWithAnEmptyTableAnswersNoRows) {
-    MessageSnapshot a;
-    ASSERT_TRUE(Ask(620207, hostemu::MakeBody(33, {"result_type"}, {}), &a));
-    PackedBody b = Decode(a.Body());
-    EXPECT_EQ(1u, b.columns.size());
-    EXPECT_EQ(0u, b.rows.size());
+    EXPECT_EQ("futu_exch_type:S255 futu_status:S255 can_trade:S255 = F3 1 I0 = F1 2 I1",
+              Show(Decode(Answer(620207, KeyRows("futu_exch_type", {" F3 ", "F9", "F1"}, 1)).Body())));
 }
 
 }  // namespace

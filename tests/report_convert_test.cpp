@@ -1,391 +1,227 @@
-// Publication conversion end to end: 620003 publications posted into the
+// Publication conversion: 620003 publications posted into the loaded
 // plug-in and the converted publications it issues, per switch.
-#include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstring>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "testing/frame_test_support.h"
-#include "host/host_emulator.h"
 #include "quote/quote_text.h"
 #include "report/report_text.h"
-
-using hostemu::DecodePacked;
-using hostemu::MessageSnapshot;
-using hostemu::PackCell;
-using hostemu::PackedBody;
+#include "tests/e2e_support.h"
 
 namespace {
 
+using namespace e2e;
+
 const std::vector<char> kKey = {'K', 'E', 'Y', '\0', '7'};
+const std::string kReport = "620003/%d key[<not packed>] body[business_type:S255 futu_hb_raw:R10240 = ";
+// A deal and an entrust 33101 text (the deal's code filled in).
+const std::string kDeal = "5|FA1|F2|BN|%s|2|2|10.500000|2.000000|1|42||||0|0|0|0|0.000000|8|0|0|0|0|0|20240301|93000|CN||0.000000";
+const std::string kEntrust = "9||F1|ab1|1|1|0|0||||0|0|0|0|0.000000|1|0|0|0|0|0|0|0|||0.000000";
 
-struct Convert : testing::Test {
-    frametest::TempWorkDir dir;
-    std::unique_ptr<hostemu::HostEmulator> h;
-
-    void SetUp() override { ASSERT_TRUE(dir.Enter()); }
-    void TearDown() override {
-        if (h) h->Shutdown();
-        dir.Leave();
-    }
-    // switches: names of the conversion switches to turn on.
-    void Start(const std::vector<std::string>& switches) {
-        std::string conv;
-        for (const auto& s : switches) conv += "<" + s + ">1</" + s + ">";
-        hostemu::HostOptions o = frametest::Options(frametest::Config(
-            "<args enableudprecv=\"0\" subscibetomc=\"0\"/><convert>" + conv + "</convert>"));
-        o.logFile = dir.Path() + "/host.log";
-        h = std::make_unique<hostemu::HostEmulator>(o);
-        ASSERT_EQ(0, h->Start()) << h->Error();
-    }
-    void Post(int issue, const PackedBody& body, bool bodyInKey = false, int packetType = 0) {
-        hostemu::MessageSpec req(620003, packetType);
-        req.issueType = issue;
-        if (bodyInKey) {
-            req.key = hostemu::EncodePacked(body);
-        } else {
-            req.body = hostemu::EncodePacked(body);
-            req.key = kKey;
-        }
-        ASSERT_EQ(0, h->PostFromCenter(req));
-    }
-    // Converted publications after the plug-in had time for all of them.
-    std::vector<MessageSnapshot> Published(size_t atLeast) {
-        frametest::WaitUntil([&] { return Out().size() >= atLeast; });
-        std::this_thread::sleep_for(std::chrono::milliseconds(250));
-        return Out();
-    }
-    std::vector<MessageSnapshot> Out() {
-        std::vector<MessageSnapshot> v;
-        for (const auto& m : h->Center().MessagesOf(620003, 0))
-            if (m.IssueType() != 0) v.push_back(m);
-        return v;
-    }
-};
+std::string Fill(std::string f, const std::string& value) { return f.replace(f.find("%s"), 2, value); }
+std::string Fill(std::string f, int value) { return f.replace(f.find("%d"), 2, std::to_string(value)); }
+std::string Plain(std::string s) {
+    for (char& c : s) c = c == '|' ? '\x01' : c;
+    return s;
+}
 
 PackedBody ReportText(char ly, const std::string& text) {
     PackedBody b;
-    b.version = 33;
     b.columns = {{"LY", 'S', 255, 4}, {"QH", 'S', 1024, 4}};
-    b.rows = {{PackCell(ly), PackCell(text)}};
+    b.rows = {{PackCell(ly), PackCell(Plain(text))}};
     return b;
 }
-
-PackedBody QuoteText(const std::string& text) { return hostemu::MakeBody(33, {"QH"}, {{text}}); }
-
-PackedBody RawRecord(const char* column, const void* rec, size_t size) {
-    PackedBody b;
-    b.columns = {{"type", 'S', 255, 4}, {column, 'R', 10240, 4}};
-    b.rows = {{PackCell(1), PackCell::Raw(rec, size)}};
+PackedBody Raw(const std::string& rec, int type = 1) {
+    PackedBody b = RawBody(type, rec);
+    b.columns[1].width = 10240;
     return b;
 }
-
-tagCJ_EX Deal(const char* contract) {
-    tagCJ_EX d;
-    std::memset(&d, 0, sizeof d);
-    d.entrust_no = 5;
-    strcpy(d.futures_account, "FA1");
-    strcpy(d.futu_exch_type, ConvertExch("F2", false));
-    strcpy(d.business_no, "BN");
-    strncpy(d.contract_code, contract, sizeof d.contract_code - 1);
-    strcpy(d.entrust_name, "卖出");
-    strcpy(d.direction_name, "平仓");
-    strcpy(d.hedge_name, "套保");
-    d.business_price = 10.5;
-    d.business_amount = 2;
-    d.fund_account = 42;
-    d.entrust_status = '8';
-    d.futu_entrust_type = '0';
-    d.forceclose_reason = '0';
-    d.init_date = 20240301;
-    d.business_time = 93000;
-    strcpy(d.confirm_no, "CN");
-    strcpy(d.entrust_occasion, "oc");
-    return d;
-}
-
-std::string TextOf(tagCJ_EX& d) {
+// The 33101 text of a converted report record.
+template <typename T>
+std::string TextOf(T rec) {
     char t[1024] = {0};
-    EXPECT_EQ(0, ConvertCjTo33101(&d, t, sizeof t));
-    return t;
+    ConvertHbTo33101(&rec, t, sizeof t);
+    return Bars(t);
+}
+std::string TextOf(tagCJ_EX rec) {
+    char t[1024] = {0};
+    ConvertCjTo33101(&rec, t, sizeof t);
+    return Bars(t);
 }
 
-// Checks the body of a converted report record and returns its raw bytes.
-std::string RecordBytes(const MessageSnapshot& m, char ly) {
-    PackedBody b;
-    EXPECT_EQ(0, DecodePacked(m.Body().data(), static_cast<int>(m.Body().size()), &b));
-    if (b.columns.size() != 2 || b.rows.size() != 1) {
-        ADD_FAILURE() << "two columns and one row expected";
-        return "";
+class Convert : public Plugin {
+protected:
+    void StartWith(const std::vector<std::string>& switches) {
+        std::string conv;
+        for (const auto& s : switches) conv += "<" + s + ">1</" + s + ">";
+        Start("", "<convert>" + conv + "</convert>");
+        seen_ = 0;
     }
-    EXPECT_EQ("business_type", b.columns[0].name);
-    EXPECT_EQ("futu_hb_raw", b.columns[1].name);
-    EXPECT_EQ('R', b.columns[1].type);
-    EXPECT_EQ(10240, b.columns[1].width);
-    EXPECT_EQ(PackCell(ly), b.rows[0][0]);
-    EXPECT_EQ(kKey, m.Key());  // the incoming key, unchanged
-    return b.rows[0][1].bytes;
-}
+    void Post(int issue, const PackedBody& body, bool bodyInKey = false, int packetType = 0) {
+        MessageSpec req(620003, packetType);
+        req.issueType = issue;
+        (bodyInKey ? req.key : req.body) = hostemu::EncodePacked(body);
+        if (!bodyInKey) req.key = kKey;
+        ASSERT_EQ(0, host_->PostFromCenter(req));
+    }
+    std::vector<MessageSnapshot> Out() {
+        std::vector<MessageSnapshot> v;
+        for (const auto& m : host_->Center().MessagesOf(620003, 0))
+            if (m.IssueType() != 0) v.push_back(m);
+        return v;
+    }
+    // Posts and returns the n converted publications it gives.
+    std::vector<MessageSnapshot> Converted(int issue, const PackedBody& body, size_t n, bool bodyInKey = false) {
+        Post(issue, body, bodyInKey);
+        std::vector<MessageSnapshot> out;
+        EXPECT_TRUE(WaitUntil([&] { return (out = Out()).size() >= seen_ + n; })) << issue;
+        out.erase(out.begin(), out.begin() + static_cast<long>(std::min(seen_, out.size())));
+        seen_ += n;
+        return out;
+    }
+    // Nothing more than the publications seen so far comes out.
+    void ExpectNoMore() {
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        EXPECT_EQ(seen_, Out().size());
+    }
+    // Converts a record to its text and the text back: the record publication.
+    MessageSnapshot RoundTrip(int issue, const PackedBody& rec, int textIssue) {
+        auto text = Converted(issue, rec, 1);
+        if (text.empty() || text[0].IssueType() != textIssue) return {};
+        auto back = Converted(textIssue, TextBody(FirstCell(text[0])), 1);
+        return back.empty() ? MessageSnapshot() : back[0];
+    }
+    size_t seen_ = 0;
+};
 
-std::string Bytes(const void* p, size_t n) { return std::string(static_cast<const char*>(p), n); }
-
-}  // namespace
-
-// Both 33101 switches: one 23 and one 17, the legacy one from the same
-// parse; a 13-character contract code has no legacy form, 23 still goes out.
-TEST_F(Convert, DealTextWithBothSwitches) {
-    Start({"convert33101to23", "convert33101to17"});
-    tagCJ_EX d = Deal("cu2405C50");
-    Post(33101, ReportText('B', TextOf(d)));
-    auto out = Published(2);
+// Both 33101 switches: a 23 and a 17 from the same parse, the incoming key
+// kept; a 13-character code has no legacy form. 23 publications are never
+// converted, answers and missing or broken bodies are refused with a line.
+TEST_F(Convert, DealTextWithBothSwitchesAndRefusals) {
+    StartWith({"convert33101to23", "convert33101to17", "convert23to17", "convert23to33101"});
+    auto out = Converted(33101, ReportText('B', Fill(kDeal, "cu2405C50")), 2);
     ASSERT_EQ(2u, out.size());
-    EXPECT_EQ(23, out[0].IssueType());
-    EXPECT_EQ(17, out[1].IssueType());
-    EXPECT_EQ(Bytes(&d, sizeof d), RecordBytes(out[0], 'B'));
-    tagCJ legacy;
-    std::memset(&legacy, 0, sizeof legacy);
-    ConvertCj23To17(&d, legacy);
-    EXPECT_EQ(Bytes(&legacy, sizeof legacy), RecordBytes(out[1], 'B'));
+    EXPECT_EQ((std::vector<std::string>{Fill(kReport, 23) + "CB R<304>]", Fill(kReport, 17) + "CB R<248>]"}), Show(out));
+    EXPECT_EQ(kKey, out[0].Key());
+    tagCJ_EX deal = RecordOf<tagCJ_EX>(out[0], 1);
+    EXPECT_EQ(Fill(kDeal, "cu2405C50"), TextOf(deal));
+    EXPECT_EQ(u8"卖出 平仓 套保", hostemu::GbkToUtf8(Join({deal.entrust_name, deal.direction_name, deal.hedge_name})));
+    tagCJ legacy{};
+    ConvertCj23To17(&deal, legacy);
+    EXPECT_EQ(Bytes(legacy), FirstCell(out[1], 1));
+    EXPECT_EQ(23, Converted(33101, ReportText('B', Fill(kDeal, "cu2405C500000")), 1).at(0).IssueType());
 
-    h->Center().Clear();
-    tagCJ_EX longCode = Deal("cu2405C500000");
-    Post(33101, ReportText('B', TextOf(longCode)));
-    out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(23, out[0].IssueType());
+    Post(23, Raw(Bytes(deal)));
+    Post(33101, ReportText('B', Fill(kDeal, "cu2405")), false, /*packetType=*/1);
+    MessageSpec none(620003, 0), broken(620003, 0);
+    none.issueType = 22;
+    none.key = kKey;
+    broken.issueType = 33101;
+    broken.body = {'n', 'o', 'p', 'e'};
+    ASSERT_EQ(0, host_->PostFromCenter(none));
+    ASSERT_EQ(0, host_->PostFromCenter(broken));
+    // The quote intake sees each publication too and logs under the same
+    // name: the answer, the 22 (it unpacks the key instead), the report issue
+    // types (23, 33101 x 3).
+    EXPECT_TRUE(WaitLog("不能处理的包类型: 1!", 2));
+    EXPECT_TRUE(WaitLog("get TAG_MESSAGE_BODY fail!"));
+    EXPECT_TRUE(WaitLog("解包错误, 错误代码: -2!", 2));
+    ExpectNoMore();
+    size_t named = 0;
+    for (const auto& l : host_->Log().Lines()) named += l.function == "CTIKRONServiceImpl::DealTIKRONIssue";
+    EXPECT_EQ(9u, named);
 }
 
-// Each switch alone, on entrust texts; the body may travel in item 54 only.
+// Each switch alone, on an entrust text; a text may travel in item 54 only.
 TEST_F(Convert, EntrustTextEachSwitchAloneAndBodyInKey) {
-    Start({"convert33101to17"});
-    tagWTQR_EX w;
-    std::memset(&w, 0, sizeof w);
-    w.entrust_no = 9;
-    strcpy(w.contract_code, "ab1");
-    strcpy(w.entrust_name, "买入");
-    strcpy(w.direction_name, "开仓");
-    strcpy(w.hedge_name, "投机");
-    w.entrust_status = '1';
-    w.futu_entrust_type = '0';
-    w.forceclose_reason = '0';
-    strcpy(w.futu_exch_type, ConvertExch("F1", false));
-    char t[1024] = {0};
-    ASSERT_EQ(0, ConvertHbTo33101(&w, t, sizeof t));
-    Post(33101, ReportText('0', t));
-    auto out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(17, out[0].IssueType());
-    tagWTQR legacy;
-    std::memset(&legacy, 0, sizeof legacy);
-    ConvertHb23To17(&w, legacy);
-    EXPECT_EQ(Bytes(&legacy, sizeof legacy), RecordBytes(out[0], '0'));
-    h->Shutdown();
-    h.reset();
+    StartWith({"convert33101to17"});
+    auto out = Converted(33101, ReportText('0', kEntrust), 1);
+    EXPECT_EQ(Fill(kReport, 17) + "C0 R<248>]", Show(out.at(0)));
+    const std::string legacy17 = FirstCell(out[0], 1);
+    ExpectNoMore();
 
-    Start({"convert33101to23"});
-    Post(33101, ReportText('0', t), /*bodyInKey=*/true);
-    out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(23, out[0].IssueType());
-    PackedBody b = frametest::Decode(out[0].Body());
-    ASSERT_EQ(1u, b.rows.size());
-    EXPECT_EQ(Bytes(&w, sizeof w), b.rows[0][1].bytes);
-    EXPECT_EQ(hostemu::EncodePacked(ReportText('0', t)), out[0].Key());
+    StartWith({"convert33101to23"});
+    out = Converted(33101, ReportText('0', kEntrust), 1, /*bodyInKey=*/true);
+    EXPECT_EQ("620003/23 key[LY:S255 QH:S1024 = C0 " + kEntrust + "] body[business_type:S255 futu_hb_raw:R10240 = C0 R<304>]",
+              Show(out.at(0)));
+    tagWTQR_EX entrust = RecordOf<tagWTQR_EX>(out[0], 1);
+    EXPECT_EQ(kEntrust, TextOf(entrust));
+    EXPECT_EQ(u8"买入 开仓 投机", hostemu::GbkToUtf8(Join({entrust.entrust_name, entrust.direction_name, entrust.hedge_name})));
+    tagWTQR legacy{};
+    ConvertHb23To17(&entrust, legacy);
+    EXPECT_EQ(Bytes(legacy), legacy17);  // the legacy form of the same parse
+    ExpectNoMore();
 }
 
-// 23 and 17 publications are never converted; with every switch off nothing is.
-TEST_F(Convert, ReportRecordsNeverConverted) {
-    Start({"convert23to17", "convert23to33101"});
-    tagCJ_EX d = Deal("cu2405");
-    PackedBody b;
-    b.columns = {{"business_type", 'S', 255, 4}, {"futu_hb_raw", 'R', 10240, 4}};
-    b.rows = {{PackCell("B"), PackCell::Raw(&d, sizeof d)}};
-    Post(23, b);
-    Post(33101, ReportText('B', TextOf(d)));
-    EXPECT_TRUE(Published(0).empty());
-}
-
-// Quote conversions: 22 -> 16 (code within 12 characters) and 33100; only
-// 33100 for a long code; 18, 24 and the quote texts back to records.
+// Quote records to texts and back; the legacy record only for codes of at
+// most 12 characters; only the switches that are on.
 TEST_F(Convert, QuoteRecordsAndTexts) {
-    Start({"convert22to16", "convert22to33100", "convert18to33102", "convert24to33105",
-           "convert33100to22", "convert33100to16", "convert33102to18", "convert33105to24"});
-    tagHQInfo_EX q;
-    std::memset(&q, 0, sizeof q);
-    strcpy(q.contract_code, "cu2405");
-    q.futu_last_price = 71000.5;
-    q.buy_high_amount = 3;
-    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
-    auto out = Published(2);
+    StartWith({"convert22to16", "convert22to33100", "convert18to33102", "convert24to33105", "convert33100to22",
+               "convert33100to16", "convert33102to18", "convert33105to24"});
+    tagHQInfo_EX q = HqEx("cu2405", 71000.5);
+    auto out = Converted(22, Raw(Bytes(q)), 2);
     ASSERT_EQ(2u, out.size());
-    EXPECT_EQ(16, out[0].IssueType());
-    EXPECT_EQ(33100, out[1].IssueType());
-    tagHQInfo legacy;
-    std::memset(&legacy, 0, sizeof legacy);
-    ConvertHq22To16(&q, legacy);
-    PackedBody b = frametest::Decode(out[0].Body());
-    ASSERT_EQ(2u, b.columns.size());
-    EXPECT_EQ(PackCell(1), b.rows[0][0]);
-    EXPECT_EQ(Bytes(&legacy, sizeof legacy), b.rows[0][1].bytes);
     char buf[1024] = {0};
-    const std::string text33100 = Convert22To33100(&q, buf, sizeof buf);
-    b = frametest::Decode(out[1].Body());
-    EXPECT_EQ(text33100, b.rows[0][0].bytes);
-
-    // A 13-character code: the 16 form is skipped, 33100 still goes out.
-    h->Center().Clear();
-    std::memset(q.contract_code, 0, sizeof q.contract_code);
-    strcpy(q.contract_code, "cu2405-C-7000");
-    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
-    out = Published(1);
-    ASSERT_EQ(1u, out.size());
-    EXPECT_EQ(33100, out[0].IssueType());
-
-    // 33100 text -> 22 and 16.
-    h->Center().Clear();
-    std::memset(q.contract_code, 0, sizeof q.contract_code);
-    strcpy(q.contract_code, "cu2405");
-    Post(33100, QuoteText(text33100));
-    out = Published(2);
+    const std::string text = Convert22To33100(&q, buf, sizeof buf);
+    tagHQInfo legacy{};
+    ConvertHq22To16(&q, legacy);
+    EXPECT_EQ((std::vector<std::string>{"620003/16 key[<not packed>] body[type:S255 futu_hq_raw:R10240 = I1 R<308>]",
+                                        "620003/33100 key[<not packed>] body[QH:S1024 = " + Bars(text) + "]"}),
+              Show(out));
+    EXPECT_EQ(Bytes(legacy), FirstCell(out[0], 1));
+    memcpy(q.contract_code + 6, "X-C-700", 8);  // 13 characters: no legacy form
+    EXPECT_EQ(33100, Converted(22, Raw(Bytes(q)), 1).at(0).IssueType());
+    out = Converted(33100, TextBody(text), 2);
     ASSERT_EQ(2u, out.size());
-    EXPECT_EQ(22, out[0].IssueType());
+    EXPECT_EQ("620003/22 key[<not packed>] body[type:S255 futu_hq_raw:R10240 = I1 R<328>]", Show(out[0]));
+    EXPECT_EQ(Bytes(HqEx("cu2405", 71000.5)), FirstCell(out[0], 1));
     EXPECT_EQ(16, out[1].IssueType());
-    b = frametest::Decode(out[0].Body());
-    EXPECT_EQ(Bytes(&q, sizeof q), b.rows[0][1].bytes);
 
-    // A record to its text and the text back: the record publication as decoded.
-    auto roundTrip = [&](int issue, const PackedBody& rec, int textIssue) {
-        PackedBody back;
-        h->Center().Clear();
-        Post(issue, rec);
-        out = Published(1);
-        if (out.size() != 1 || out[0].IssueType() != textIssue) {
-            ADD_FAILURE() << issue << " gave " << out.size() << " publications";
-            return back;
-        }
-        b = frametest::Decode(out[0].Body());
-        const std::string text = b.rows.empty() || b.rows[0].empty() ? "" : b.rows[0][0].bytes;
-        h->Center().Clear();
-        Post(textIssue, QuoteText(text));
-        out = Published(1);
-        if (out.size() == 1 && out[0].IssueType() == issue) back = frametest::Decode(out[0].Body());
-        return back;
-    };
-    // 24 -> 33105 -> 24 (no "type" column).
-    tagEXCHSTATUS st;
-    std::memset(&st, 0, sizeof st);
-    strcpy(st.futu_exch_type, "F1");
-    strcpy(st.futu_status, "2");
-    st.can_trade = 1;
-    PackedBody sb;
-    sb.columns = {{"futu_exch_status_raw", 'R', 10240, 4}};
-    sb.rows = {{PackCell::Raw(&st, sizeof st)}};
-    // The converted 24 has the body of the UDP exchange-status publication,
-    // which the 24 conversion itself reads back.
-    b = roundTrip(24, sb, 33105);
-    ASSERT_EQ(1u, b.rows.size());
-    ASSERT_EQ(1u, b.columns.size());
-    EXPECT_EQ("futu_exch_status_raw", b.columns[0].name);
-    EXPECT_EQ('R', b.columns[0].type);
-    EXPECT_EQ(1024, b.columns[0].width);
-    EXPECT_EQ(Bytes(&st, sizeof st), b.rows[0][0].bytes);
-    EXPECT_EQ(Bytes(&st, sizeof st), roundTrip(24, b, 33105).rows.at(0).at(0).bytes);
-
-    // 18 -> 33102 -> 18 with "type" 9.
-    tagArgHQInfo a;
-    std::memset(&a, 0, sizeof a);
-    strcpy(a.contract_code, "SP cu2405&cu2406");
-    strcpy(a.futu_exch_type, "F3");
-    strcpy(a.first_code, "cu2405");
-    strcpy(a.second_code, "cu2406");
-    a.arbi_type = '1';
-    a.buy_price = 12.5;
-    b = roundTrip(18, RawRecord("futu_hq_raw", &a, sizeof a), 33102);
-    ASSERT_EQ(1u, b.rows.size());
-    ASSERT_EQ(2u, b.columns.size());
-    EXPECT_EQ(PackCell(9), b.rows[0][0]);
-    EXPECT_EQ(Bytes(&a, sizeof a), b.rows[0][1].bytes);
+    // 24 -> 33105 -> 24 with the body of the UDP exchange-status publication,
+    // which the 24 conversion reads back itself; 18 -> 33102 -> 18.
+    PackedBody status;
+    status.columns = {{"futu_exch_status_raw", 'R', 10240, 4}};
+    status.rows = {{PackCell::Raw(Bytes(Exch("F1", "2", 1)))}};
+    MessageSnapshot back = RoundTrip(24, status, 33105);
+    EXPECT_EQ("620003/24 key[<not packed>] body[futu_exch_status_raw:R1024 = R<12>]", Show(back));
+    EXPECT_EQ(Bytes(Exch("F1", "2", 1)), FirstCell(back));
+    EXPECT_EQ(Bytes(Exch("F1", "2", 1)), FirstCell(RoundTrip(24, Decode(back.Body()), 33105)));
+    const tagArgHQInfo a = Arg("SP cu2405&cu2406", 12.5);
+    back = RoundTrip(18, Raw(Bytes(a), 9), 33102);
+    EXPECT_EQ("620003/18 key[<not packed>] body[type:S255 futu_hq_raw:R10240 = I9 R<128>]", Show(back));
+    EXPECT_EQ(Bytes(a), FirstCell(back, 1));
 
     // A text that does not parse is converted all the same, with what the
     // parser left in the zeroed record.
-    struct Broken {
+    tagHQInfo_EX ex22{};
+    tagHQInfo ex16{};
+    tagArgHQInfo ex18{};
+    tagEXCHSTATUS ex24{};
+    const std::string t100 = "IF2412\x01" "3850.2\x01" "x", t102 = "SP a&b\x01" "F2", t105 = "F9\x01" "2";
+    EXPECT_TRUE(Convert33100To22(t100.c_str(), &ex22) != 0 && Convert33100To16(t100.c_str(), &ex16) != 0);
+    EXPECT_TRUE(Convert33102To18(t102.c_str(), &ex18) != 0 && Convert33105To24(t105.c_str(), &ex24) != 0);
+    const struct Broken {
         int issue;
         std::string text;
-        std::vector<int> out;
-        std::vector<std::string> records;  // expected record bytes per output
-    };
-    tagHQInfo_EX ex22;
-    tagHQInfo ex16;
-    tagArgHQInfo ex18;
-    tagEXCHSTATUS ex24;
-    std::memset(&ex22, 0, sizeof ex22);
-    std::memset(&ex16, 0, sizeof ex16);
-    std::memset(&ex18, 0, sizeof ex18);
-    std::memset(&ex24, 0, sizeof ex24);
-    const std::string t100 = "IF2412\x01" "3850.2\x01" "x", t102 = "SP a&b\x01" "F2", t105 = "F9\x01" "2";
-    EXPECT_NE(0, Convert33100To22(t100.c_str(), &ex22));
-    EXPECT_NE(0, Convert33100To16(t100.c_str(), &ex16));
-    EXPECT_NE(0, Convert33102To18(t102.c_str(), &ex18));
-    EXPECT_NE(0, Convert33105To24(t105.c_str(), &ex24));
-    Broken broken[] = {
-        {33100, t100, {22, 16}, {Bytes(&ex22, sizeof ex22), Bytes(&ex16, sizeof ex16)}},
-        {33102, t102, {18}, {Bytes(&ex18, sizeof ex18)}},
-        {33105, t105, {24}, {Bytes(&ex24, sizeof ex24)}},
-    };
+        std::vector<std::string> records;
+    } broken[] = {{33100, t100, {Bytes(ex22), Bytes(ex16)}}, {33102, t102, {Bytes(ex18)}}, {33105, t105, {Bytes(ex24)}}};
     for (const Broken& c : broken) {
-        h->Center().Clear();
-        Post(c.issue, QuoteText(c.text));
-        out = Published(c.out.size());
-        ASSERT_EQ(c.out.size(), out.size()) << c.issue;
-        for (size_t i = 0; i < out.size(); ++i) {
-            EXPECT_EQ(c.out[i], out[i].IssueType()) << c.issue;
-            b = frametest::Decode(out[i].Body());
-            ASSERT_EQ(1u, b.rows.size()) << c.issue;
-            EXPECT_EQ(c.records[i], b.rows[0].back().bytes) << c.issue << " -> " << c.out[i];
-        }
+        out = Converted(c.issue, TextBody(c.text), c.records.size());
+        ASSERT_EQ(c.records.size(), out.size()) << c.issue;
+        for (size_t i = 0; i < out.size(); ++i) EXPECT_EQ(c.records[i], Decode(out[i].Body()).rows.at(0).back().bytes);
     }
-    EXPECT_EQ(0u, h->Log().CountContaining("convert 33")) << "no extra log line";
+    ExpectNoMore();
+    EXPECT_EQ(0u, LogCount("convert 33")) << "no extra log line";
 }
 
-// Only "convert22to33100": a 22 publication gives only 33100, long code or not.
+// Only "convert22to33100": a 22 gives only 33100, long code or not; a 33101
+// without its switches gives nothing.
 TEST_F(Convert, OnlyTextSwitchForQuotes) {
-    Start({"convert22to33100"});
-    tagHQInfo_EX q;
-    std::memset(&q, 0, sizeof q);
-    strcpy(q.contract_code, "cu2405");
-    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
-    strcpy(q.contract_code, "cu2405-C-70000");
-    Post(22, RawRecord("futu_hq_raw", &q, sizeof q));
-    auto out = Published(2);
-    ASSERT_EQ(2u, out.size());
-    EXPECT_EQ(33100, out[0].IssueType());
-    EXPECT_EQ(33100, out[1].IssueType());
+    StartWith({"convert22to33100"});
+    tagHQInfo_EX q = HqEx("cu2405-C-70000", 1.0);
+    EXPECT_EQ(33100, Converted(22, Raw(Bytes(q)), 1).at(0).IssueType());
+    q.contract_code[6] = '\0';
+    EXPECT_EQ(33100, Converted(22, Raw(Bytes(q)), 1).at(0).IssueType());
+    Post(33101, ReportText('B', Fill(kDeal, "cu2405")));
+    ExpectNoMore();
 }
 
-// Answers, missing bodies and broken bodies are refused with a log line.
-TEST_F(Convert, RefusedPublications) {
-    Start({"convert33101to23", "convert33101to17"});
-    tagCJ_EX d = Deal("cu2405");
-    Post(33101, ReportText('B', TextOf(d)), false, /*packetType=*/1);
-    hostemu::MessageSpec none(620003, 0);
-    none.issueType = 22;
-    none.key = kKey;
-    ASSERT_EQ(0, h->PostFromCenter(none));
-    hostemu::MessageSpec broken(620003, 0);
-    broken.issueType = 33101;
-    broken.body = {'n', 'o', 'p', 'e'};
-    ASSERT_EQ(0, h->PostFromCenter(broken));
-    EXPECT_TRUE(h->Log().WaitFor("不能处理的包类型: 1!", 3000));
-    EXPECT_TRUE(h->Log().WaitFor("get TAG_MESSAGE_BODY fail!", 3000));
-    EXPECT_TRUE(h->Log().WaitFor("解包错误, 错误代码: ", 3000));
-    EXPECT_TRUE(Published(0).empty());
-    int named = 0;
-    for (const auto& l : h->Log().Lines())
-        if (l.function == "CTIKRONServiceImpl::DealTIKRONIssue") ++named;
-    EXPECT_GE(named, 3);
-}
+}  // namespace

@@ -2,11 +2,11 @@
 // answered, answer results, resend after the center went silent, and the
 // daily reset of the tables, driven through the heartbeat's clock.
 #include "frame/service_threads.h"
-#include "tests/quote_msg_support.h"
+#include "tests/e2e_support.h"
 
 namespace {
 
-using namespace msgtest;
+using namespace e2e;
 
 const char* const kRequests =
     "<mc>"
@@ -16,7 +16,7 @@ const char* const kRequests =
     "<request issuetype=\"24\" functionno=\"620101\" note=\"status\"><param name=\"issue_type\" value=\"24\"/></request>"
     "</mc>";
 
-class Subscription : public PluginFixture {
+class Subscription : public Plugin {
 protected:
     CHeartBeatThread* Hb() { return svc_->m_pHeartBeatThread; }
     // Waits until n more passes of the heartbeat loop have completed.
@@ -24,53 +24,45 @@ protected:
         const unsigned long target = Hb()->m_ulPasses.load() + n;
         ASSERT_TRUE(WaitUntil([&] { return Hb()->m_ulPasses.load() >= target; }, 1500 * static_cast<int>(n) + 500));
     }
-    size_t Sent(int packetId) {
-        size_t n = 0;
-        for (auto& m : host_->Center().Messages())
-            if (m.PacketType() == 0 && m.PacketId() == packetId && (m.FunctionNo() == 620100 || m.FunctionNo() == 620101)) ++n;
-        return n;
-    }
-    // Requests sent during the next `passes` passes, by packet id.
+    // Requests sent during the next `passes` passes, by packet id 1..3.
     std::vector<size_t> SentDuring(unsigned long passes) {
-        std::vector<size_t> before = {Sent(1), Sent(2), Sent(3)};
+        auto sent = [&] {
+            std::vector<size_t> n(3);
+            for (auto& m : host_->Center().Messages())
+                if (m.PacketType() == 0 && m.PacketId() >= 1 && m.PacketId() <= 3 &&
+                    (m.FunctionNo() == 620100 || m.FunctionNo() == 620101))
+                    ++n[m.PacketId() - 1];
+            return n;
+        };
+        std::vector<size_t> before = sent();
         WaitPasses(passes);
-        return {Sent(1) - before[0], Sent(2) - before[1], Sent(3) - before[2]};
+        std::vector<size_t> after = sent();
+        return {after[0] - before[0], after[1] - before[1], after[2] - before[2]};
     }
 };
 
 TEST_F(Subscription, UnansweredRequestsGoOutOncePerPassWithTheirItems) {
-    StartPlugin("subscibetomc=\"1\" heartbeattimeout=\"30\"", kRequests);
+    Start("subscibetomc=\"1\" heartbeattimeout=\"30\"", kRequests);
     EXPECT_EQ((std::vector<size_t>{2, 2, 2}), SentDuring(2));
     MessageSnapshot m;
     ASSERT_TRUE(host_->Center().WaitFor([](const MessageSnapshot& s) { return s.PacketId() == 1; }, 100, &m));
-    EXPECT_EQ(620100, m.FunctionNo());
-    EXPECT_EQ(22, m.IssueType());
+    EXPECT_EQ("620100/22 key[issue_type:S255 market:S255 = 22 F1] body[]", Show(m));
     EXPECT_EQ("mc1", m.Route(0));
-    PackedBody key = Decode(m.Key());
-    ASSERT_EQ(2u, key.columns.size());
-    EXPECT_EQ("issue_type", key.columns[0].name);
-    EXPECT_EQ("market", key.columns[1].name);
-    EXPECT_EQ('S', key.columns[1].type);
-    EXPECT_EQ(255, key.columns[1].width);
-    ASSERT_EQ(1u, key.rows.size());
-    EXPECT_EQ('S', key.rows[0][0].kind);
-    EXPECT_EQ("22", key.Str(0, "issue_type"));
-    EXPECT_EQ("F1", key.Str(0, "market"));
     EXPECT_EQ(0, Hb()->m_iStatus.load());
 }
 
 TEST_F(Subscription, ResultsZeroAndOneAnswerTwoKeepsPendingAndSilenceResendsAll) {
-    StartPlugin("subscibetomc=\"1\" heartbeattimeout=\"30\"", kRequests);
+    Start("subscibetomc=\"1\" heartbeattimeout=\"30\"", kRequests);
     center_->AnswerSubscriptions({620100, 620101}, 0);
     center_->SetResultFor(2, 1);
     center_->SetResultFor(3, 2);
-    ASSERT_TRUE(WaitUntil([&] { return host_->Log().CountContaining("订阅: reports 成功!") == 1u; }));
-    ASSERT_TRUE(WaitUntil([&] { return host_->Log().CountContaining("订阅: quotes 成功!") == 1u; }));
+    ASSERT_TRUE(WaitLog("订阅: reports 成功!"));
+    ASSERT_TRUE(WaitLog("订阅: quotes 成功!"));
     EXPECT_EQ(1, Hb()->m_iStatus.load());
     WaitPasses(1);
     // Only the refused request is still sent, once per pass.
     EXPECT_EQ((std::vector<size_t>{0, 0, 2}), SentDuring(2));
-    EXPECT_LE(2u, host_->Log().CountContaining("subscibe_result: 2, 订阅失败!"));
+    EXPECT_LE(2u, LogCount("subscibe_result: 2, 订阅失败!"));
 
     // The center goes silent for T + 1 seconds: every request goes out again
     // in one pass, and the answered ones are answered again.
@@ -84,8 +76,8 @@ TEST_F(Subscription, ResultsZeroAndOneAnswerTwoKeepsPendingAndSilenceResendsAll)
     // Heartbeats keep the status: with traffic inside T nothing is resent.
     center_->SetResultFor(3, 0);
     center_->AnswerSubscriptions({620100, 620101}, 0);
-    ASSERT_TRUE(WaitUntil([&] { return host_->Log().CountContaining("订阅: status 成功!") == 1u; }, 3000));
-    ASSERT_TRUE(WaitUntil([&] { return host_->Log().CountContaining("订阅: quotes 成功!") == 2u; }, 3000));
+    ASSERT_TRUE(WaitLog("订阅: status 成功!"));
+    ASSERT_TRUE(WaitLog("订阅: quotes 成功!", 2));
     WaitPasses(1);
     Hb()->m_lClockOffset = 31 + 25;
     ASSERT_EQ(0, center_->Heartbeat());
@@ -96,21 +88,21 @@ TEST_F(Subscription, ResultsZeroAndOneAnswerTwoKeepsPendingAndSilenceResendsAll)
 }
 
 TEST_F(Subscription, UnknownPacketIdStillCountsAsAnswerAndSwitchOffSendsNothing) {
-    StartPlugin("subscibetomc=\"0\"", kRequests);
+    Start("subscibetomc=\"0\"", kRequests);
     WaitPasses(2);
     EXPECT_EQ(0u, host_->Center().MessagesOf(620100).size() + host_->Center().MessagesOf(620101).size());
-    hostemu::MessageSpec answer(620001, 1);
+    MessageSpec answer(620001, 1);
     answer.packetId = 77;
     answer.key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{1}}));
     ASSERT_EQ(0, host_->PostFromCenter(answer));
     ASSERT_TRUE(WaitUntil([&] { return Hb()->m_iStatus.load() == 1; }));
     EXPECT_NE(0, Hb()->m_iSubscibeTime.load());
-    EXPECT_EQ(0u, static_cast<size_t>(host_->Log().CountContaining("成功!")));
+    EXPECT_EQ(0u, LogCount("成功!"));
 }
 
 // Seconds to add to the wall clock so that it reads HH:MM:SS on the day
-// `days` ahead (local time).
-long OffsetTo(int days, int hh, int mm, int ss) {
+// `days` ahead (local time); *date is that day as YYYYMMDD.
+long OffsetTo(int days, int hh, int mm, int ss, int* date = nullptr) {
     time_t now = time(nullptr);
     struct tm t;
     localtime_r(&now, &t);
@@ -119,39 +111,36 @@ long OffsetTo(int days, int hh, int mm, int ss) {
     t.tm_min = mm;
     t.tm_sec = ss;
     t.tm_isdst = -1;
-    return static_cast<long>(mktime(&t) - now);
+    const time_t then = mktime(&t);
+    if (date != nullptr) *date = (t.tm_year + 1900) * 10000 + (t.tm_mon + 1) * 100 + t.tm_mday;
+    return static_cast<long>(then - now);
 }
 
 TEST_F(Subscription, DailyResetEmptiesTheTablesOncePerDayAfterTheInitTime) {
-    StartPlugin("subscibetomc=\"0\" inittime=\"80000\"");
+    Start("subscibetomc=\"0\" inittime=\"80000\"");
     const std::string resetLine = "初始化成功";
-    PutExch(Exch("F1", "2", 1));
+    Put(Exch("F1", "2", 1));
     Hb()->m_lClockOffset = OffsetTo(1, 7, 59, 0);
     WaitPasses(2);
     EXPECT_EQ(1u, svc_->GetExchStatusInfo()->GetCount());
-    EXPECT_EQ(0u, host_->Log().CountContaining(resetLine));
+    EXPECT_EQ(0u, LogCount(resetLine));
 
-    Hb()->m_lClockOffset = OffsetTo(1, 8, 0, 30);
-    ASSERT_TRUE(WaitUntil([&] { return host_->Log().CountContaining(resetLine) == 1u; }));
+    int d = 0;
+    Hb()->m_lClockOffset = OffsetTo(1, 8, 0, 30, &d);
+    ASSERT_TRUE(WaitLog(resetLine));
     EXPECT_EQ(0u, svc_->GetExchStatusInfo()->GetCount());
-    time_t tomorrow = time(nullptr) + Hb()->m_lClockOffset.load();
-    struct tm t;
-    localtime_r(&tomorrow, &t);
-    const int d = (t.tm_year + 1900) * 10000 + (t.tm_mon + 1) * 100 + t.tm_mday;
     EXPECT_EQ(d, svc_->m_iInitDate.load());
     char line[128];
     snprintf(line, sizeof line, "原日期: %d, 初始化时间: %d, 初始化成功, 日期: %d!", d, 80000, d);
-    EXPECT_EQ(1u, host_->Log().CountContaining(line));
+    EXPECT_EQ(1u, LogCount(line));
 
-    // Later the same day: no second reset.
-    PutExch(Exch("F2", "2", 1));
+    // Later the same day: no second reset; the next day after the init time:
+    // reset again.
+    Put(Exch("F2", "2", 1));
     WaitPasses(2);
     EXPECT_EQ(1u, svc_->GetExchStatusInfo()->GetCount());
-    EXPECT_EQ(1u, host_->Log().CountContaining(resetLine));
-
-    // The next day after the init time: reset again.
     Hb()->m_lClockOffset = OffsetTo(2, 8, 0, 30);
-    ASSERT_TRUE(WaitUntil([&] { return host_->Log().CountContaining(resetLine) == 2u; }));
+    ASSERT_TRUE(WaitLog(resetLine, 2));
     EXPECT_EQ(0u, svc_->GetExchStatusInfo()->GetCount());
 }
 
