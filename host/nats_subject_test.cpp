@@ -45,7 +45,9 @@ TEST(NatsChunk, TagsRangesAndReassembly) {
     for (const auto& t : tags) {
         ChunkTag tag;
         EXPECT_EQ(t.ok, ParseChunkTag(t.text, &tag)) << t.text;
-        if (t.ok) EXPECT_EQ(t.text, FormatChunkTag(tag));
+        if (t.ok) {
+            EXPECT_EQ(t.text, FormatChunkTag(tag));
+        }
     }
     EXPECT_EQ((std::vector<std::pair<size_t, size_t>>{{0, 10}}), ChunkRanges(10, 10));
     EXPECT_EQ((std::vector<std::pair<size_t, size_t>>{{0, 4}, {4, 4}, {8, 2}}), ChunkRanges(10, 4));

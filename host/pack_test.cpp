@@ -84,7 +84,9 @@ TEST(Pack, TypedReadsOfEveryKind) {
     };
     for (const auto& r : reads) {
         SCOPED_TRACE(std::to_string(r.row) + r.col);
-        if (r.row > 0 && r.i == 7) ASSERT_EQ(0, u->Next());
+        if (r.row > 0 && r.i == 7) {
+            ASSERT_EQ(0, u->Next());
+        }
         EXPECT_STREQ(r.str, u->GetStr(r.col));
         EXPECT_EQ(r.i, u->GetInt(r.col));
         EXPECT_DOUBLE_EQ(r.d, u->GetDouble(r.col));
