@@ -46,6 +46,7 @@ struct BusCallbacks {
         if (!bus->m_connected.exchange(false)) return;
         ++bus->m_counters.disconnects;
         bus->Log("disconnected from the NATS server, reconnecting");
+        bus->FailWaitingRequests();
         if (bus->m_state) bus->m_state(false);
     }
     static void OnReconnected(natsConnection* nc, void* closure) {
@@ -331,6 +332,19 @@ void CNatsBus::OnReply(BusMessage& m) {
         it->second->result = BUS_NO_RESPONDERS;
     } else {
         it->second->data = std::move(m.data);
+    }
+    m_reqCond.notify_all();
+}
+
+void CNatsBus::FailWaitingRequests() {
+    // A request or its answer may have been lost with the connection: the
+    // caller learns it now instead of at its timeout. New requests still go
+    // out (libnats buffers them until the reconnection).
+    std::lock_guard<std::mutex> lock(m_reqMutex);
+    for (auto& w : m_waiters) {
+        if (w.second->done) continue;
+        w.second->done = true;
+        w.second->result = BUS_NOT_CONNECTED;
     }
     m_reqCond.notify_all();
 }

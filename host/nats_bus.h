@@ -148,6 +148,7 @@ private:
         std::string data;
     };
     std::map<std::string, std::shared_ptr<Waiter>> m_waiters;
+    void FailWaitingRequests();
     bool m_cancelled = false;
 
     std::mutex m_dropLogMutex;

@@ -150,10 +150,15 @@ TEST(ProductNats, LateNodeFillsLargeTablesFromPeer) {
     ptest::HostRun a(da, ntest::NodeConfig(da, 1, udp, ""), {"--nats", url});
     ASSERT_TRUE(a.Ready()) << ptest::ReadFile(a.err);
     // 3,500 extended records of 328 bytes: answers above the 1 MB limit.
+    // A loaded machine may drop datagrams: the same stream again fills the gaps.
     std::string out;
-    ASSERT_EQ(0, Exec({ptest::Bin("tikron-feed"), "--port", std::to_string(udp), "--synthetic", "3500", "--rate",
-                      "20000"}, &out)) << out;
-    ASSERT_TRUE(ptest::WaitUntil([&] { return ntest::Table(da, "tikron_ex_", 1).size() == 3500; }, 10000));
+    auto full = [&] { return ntest::Table(da, "tikron_ex_", 1).size() == 3500; };
+    for (int pass = 0; pass < 3 && !full(); ++pass) {
+        ASSERT_EQ(0, Exec({ptest::Bin("tikron-feed"), "--port", std::to_string(udp), "--synthetic", "3500", "--rate",
+                          "10000"}, &out)) << out;
+        ptest::WaitUntil(full, 5000);
+    }
+    ASSERT_TRUE(full());
 
     // C asks the queue group it belongs to itself: only A may answer.
     ptest::HostRun c(dc, ntest::NodeConfig(dc, 3, 0, ntest::SyncRequests(), "nats_url=\"" + url + "\""));
@@ -185,6 +190,7 @@ TEST(ProductNats, ServerRestartMidFeed) {
                          "1500", "--seconds", "2"},
                         "", da / "feed.out", da / "feed.err");
     ASSERT_TRUE(ptest::WaitUntil([&] { return ntest::NodeStats(b.sock)["nats"].value("intake", 0) > 0; }, 10000));
+    const int answeredBefore = ntest::NodeStats(b.sock)["nats"]["sync_answered"];
     server.Stop();
     ASSERT_NE(-1, feed.Wait(15000));
     ASSERT_TRUE(server.Start());
@@ -192,7 +198,7 @@ TEST(ProductNats, ServerRestartMidFeed) {
     EXPECT_EQ(300u, ntest::Table(da, "tikron_ex_", 1).size()) << "A lost records";
     EXPECT_EQ("", ntest::SameTables(da, db, 2, 15000)) << "after the reconnection";
     json stats;  // the four tables asked for again after the reconnection
-    auto resynced = [&] { stats = ntest::NodeStats(b.sock)["nats"]; return stats["sync_answered"] >= 8; };
+    auto resynced = [&] { stats = ntest::NodeStats(b.sock)["nats"]; return stats["sync_answered"] >= answeredBefore + 4; };
     EXPECT_TRUE(ptest::WaitUntil(resynced, 10000) && stats["bus_reconnects"] >= 1) << stats.dump();
     EXPECT_TRUE(ptest::WaitUntil([&] { return ntest::NodeStats(a.sock)["host"]["messages_live"] == 0; }, 5000));
 }
