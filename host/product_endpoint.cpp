@@ -4,6 +4,7 @@ namespace product {
 
 int CEndpoint::PostMsg(IESBMessage* msg, IMessageService*) {
     if (msg == nullptr) return -1;
+    if (m_tap) m_tap(msg);
     hostemu::MessageSnapshot snap;
     int len = 0;
     const void* buf = msg->GetBuffer(&len);

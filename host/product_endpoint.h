@@ -23,6 +23,8 @@ public:
 
     // Set before the endpoint is registered with the plug-in.
     void SetHandler(Handler h) { m_handler = std::move(h); }
+    // Sees every message first, as the plug-in sent it (metrics).
+    void SetTap(std::function<void(IESBMessage*)> tap) { m_tap = std::move(tap); }
     void SetFilter(Filter f, Handler recorder) {
         m_filter = std::move(f);
         m_recorder = std::move(recorder);
@@ -50,6 +52,7 @@ private:
     Handler m_handler;
     Filter m_filter;
     Handler m_recorder;
+    std::function<void(IESBMessage*)> m_tap;
     std::atomic<uint64_t> m_count{0};
 };
 

@@ -94,6 +94,8 @@ int ProductHost::Start() {
                 : CEndpoint::Handler());
     }
     m_host = std::make_unique<hostemu::HostEmulator>(o);
+    m_host->Log().SetTap([this](const hostemu::LogLine& l) { m_observer.OnLogLine(l); });
+    m_center.SetTap([this](IESBMessage* msg) { m_observer.OnToCenter(msg); });
     const std::set<int> functions = subscribeFunctions;
     m_role = std::make_unique<LocalCenter>(std::move(subscribeFunctions), heartbeatMs,
                                            [this](const hostemu::MessageSpec& s) {
@@ -183,6 +185,7 @@ int ProductHost::PostIn(const hostemu::MessageSpec& msgFields, IMessageService* 
     IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), msgFields);
     const int rc = svc->PostMsg(msg, from);
     if (rc != 0) msg->Release();
+    m_observer.OnPostedIn(msgFields.functionNo, rc);
     return rc;
 }
 

@@ -19,6 +19,7 @@
 #include "host/nats_center.h"
 #include "host/product_center.h"
 #include "host/product_endpoint.h"
+#include "host/product_observer.h"
 
 namespace product {
 
@@ -50,6 +51,11 @@ public:
 
     uint64_t LinesWritten() const { return m_lines.load(); }
 
+    // For the metrics and the quote board (valid while started).
+    const CHostObserver& Observer() const { return m_observer; }
+    hostemu::HostEmulator* Emulator() { return m_host.get(); }
+    const CNatsCenter* Nats() const { return m_nats.get(); }
+
 private:
     // What the plug-in sent while one posted message was under way.
     struct Exchange {
@@ -80,6 +86,7 @@ private:
     std::unique_ptr<CNatsCenter> m_nats;  // the message center on NATS, when configured
     CEndpoint m_center{"mc"};
     CEndpoint m_client{"client"};
+    CHostObserver m_observer;
 
     std::mutex m_outMutex;
     FILE* m_out = nullptr;

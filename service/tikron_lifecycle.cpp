@@ -42,6 +42,7 @@ CTIKRONServiceImpl::CTIKRONServiceImpl()
 }
 
 CTIKRONServiceImpl::~CTIKRONServiceImpl() {
+    DetachStatsSink();  // also when the host skipped OnStop
     // Workers call this object's virtual handlers: they end before any part
     // of it is destroyed, also when the host skipped OnStop.
     StopThreads();
@@ -145,6 +146,7 @@ void CTIKRONServiceImpl::OnStart() {
     }
 
     CMessageServiceImpl::OnStart();
+    AttachStatsSink();
 }
 
 void CTIKRONServiceImpl::DeleteTables() {
@@ -159,6 +161,7 @@ void CTIKRONServiceImpl::DeleteTables() {
 }
 
 void CTIKRONServiceImpl::OnStop() {
+    DetachStatsSink();  // no fill may run while the tables go
     if (m_pUDPRecv != nullptr) {
         m_pUDPRecv->Destroy();
         // The receiver object is freed here too; it used to be forgotten.
