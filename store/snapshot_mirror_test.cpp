@@ -318,6 +318,7 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
         EXPECT_EQ(LoadedStamp(t, 1), 99u);
         EXPECT_EQ(LoadedStamp(t, 2), 10u);
         EXPECT_EQ(FileSize(path), static_cast<long>(16 + 3 * kR));
+        EXPECT_EQ(t.GetJournalReplays(), 1u);
     }
 
     // Entries that must not be replayed: already applied, other slot size,
@@ -345,6 +346,7 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
         CTIKRONInfo_EX t(path.c_str());
         EXPECT_EQ(LoadedStamp(t, 1), 10u) << c.what;
         EXPECT_EQ(t.GetCount(), 3u) << c.what;
+        EXPECT_EQ(t.GetJournalReplays(), 0u) << c.what;
     }
 
     // A replayed entry is marked applied: a later kill-free load leaves the
@@ -413,6 +415,9 @@ TEST(SnapshotFailure, FileThatCannotGrowKeepsTableAndCatchesUpLater) {
     }
     EXPECT_EQ(writeLines, 1u) << "rate-limited";
     EXPECT_EQ(mapLines, 1u) << "rate-limited";
+    // Counted all the same: keys 4..12 fail to append in each of 3 rounds.
+    EXPECT_EQ(t->GetWriteFailures(), 27u);
+    EXPECT_GE(t->GetMapFallbacks(), 1u);
 
     // Room again: the next new key fills the gap in slot order.
     tagHQInfo_EX r = Stamped(K, 5000);
