@@ -17,8 +17,17 @@ std::string GbkToUtf8(const std::string& text) {
     for (unsigned char ch : text)
         if (ch >= 0x80) { ascii = false; break; }
     if (ascii) return text;
-    iconv_t cd = iconv_open("UTF-8", "GBK");
+    // One converter per thread, opened once: texts are converted per cell.
+    struct Converter {
+        iconv_t cd = iconv_open("UTF-8", "GBK");
+        ~Converter() {
+            if (cd != reinterpret_cast<iconv_t>(-1)) iconv_close(cd);
+        }
+    };
+    thread_local Converter converter;
+    iconv_t cd = converter.cd;
     if (cd == reinterpret_cast<iconv_t>(-1)) return text;
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);  // initial state
     std::string out;
     out.reserve(text.size() * 3 / 2 + 8);
     std::vector<char> in(text.begin(), text.end());
@@ -38,7 +47,6 @@ std::string GbkToUtf8(const std::string& text) {
             --inLeft;
         }
     }
-    iconv_close(cd);
     return out;
 }
 

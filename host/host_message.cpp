@@ -1,6 +1,7 @@
 // Host message and message items.
 #include "host/host_message.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -188,25 +189,60 @@ const char kMagic[4] = {'E', 'S', 'B', 'M'};
 constexpr uint32_t kMaxItems = kMaxTag + 1;
 }  // namespace
 
-std::vector<char> EncodeMessage(const MessageSnapshot& m) {
-    std::vector<char> out;
-    wire::PutBytes(out, kMagic, 4);
-    wire::PutU32(out, static_cast<uint32_t>(m.items.size()));
-    for (const auto& kv : m.items) {
-        wire::PutI32(out, kv.first);
-        wire::PutU32(out, static_cast<uint32_t>(kv.second.values.size()));
-        for (const ItemValue& v : kv.second.values) {
-            out.push_back(static_cast<char>(v.kind));
-            if (v.kind == ItemValue::Int) {
-                wire::PutI32(out, v.i);
-            } else if (v.kind == ItemValue::Str) {
-                wire::PutU32(out, static_cast<uint32_t>(v.s.size()));
-                wire::PutBytes(out, v.s.data(), v.s.size());
-            }
+namespace {
+
+// One item of the encoding: tag, values, raw block. Sized first, then
+// written in place, so a message is encoded with one allocation at most.
+size_t ItemSize(const ItemValue* values, size_t count, size_t rawLen) {
+    size_t n = 12 + count + rawLen;
+    for (size_t i = 0; i < count; ++i)
+        if (values[i].kind == ItemValue::Int) {
+            n += 4;
+        } else if (values[i].kind == ItemValue::Str) {
+            n += 4 + values[i].s.size();
         }
-        wire::PutU32(out, static_cast<uint32_t>(kv.second.raw.size()));
-        wire::PutBytes(out, kv.second.raw.data(), kv.second.raw.size());
+    return n;
+}
+
+char* PutItem(char* p, int tag, const ItemValue* values, size_t count, const char* raw, size_t rawLen) {
+    auto u32 = [&p](uint32_t v) {
+        wire::SetU32At(reinterpret_cast<unsigned char*>(p), v);
+        p += 4;
+    };
+    u32(static_cast<uint32_t>(tag));
+    u32(static_cast<uint32_t>(count));
+    for (size_t i = 0; i < count; ++i) {
+        const ItemValue& v = values[i];
+        *p++ = static_cast<char>(v.kind);
+        if (v.kind == ItemValue::Int) {
+            u32(static_cast<uint32_t>(v.i));
+        } else if (v.kind == ItemValue::Str) {
+            u32(static_cast<uint32_t>(v.s.size()));
+            if (!v.s.empty()) memcpy(p, v.s.data(), v.s.size());
+            p += v.s.size();
+        }
     }
+    u32(static_cast<uint32_t>(rawLen));
+    if (rawLen > 0) memcpy(p, raw, rawLen);
+    return p + rawLen;
+}
+
+char* PutHeader(char* p, size_t items) {
+    memcpy(p, kMagic, 4);
+    wire::SetU32At(reinterpret_cast<unsigned char*>(p + 4), static_cast<uint32_t>(items));
+    return p + 8;
+}
+
+}  // namespace
+
+std::vector<char> EncodeMessage(const MessageSnapshot& m) {
+    size_t size = 8;
+    for (const auto& kv : m.items) size += ItemSize(kv.second.values.data(), kv.second.values.size(), kv.second.raw.size());
+    std::vector<char> out(size);
+    char* p = PutHeader(out.data(), m.items.size());
+    for (const auto& kv : m.items)
+        p = PutItem(p, kv.first, kv.second.values.data(), kv.second.values.size(), kv.second.raw.data(),
+                    kv.second.raw.size());
     return out;
 }
 
@@ -309,7 +345,22 @@ MessageSnapshot CHostMessage::Snapshot() const {
 
 const void* CHostMessage::GetBuffer(int* len) {
     NoteUse();
-    m_encoded = EncodeMessage(Snapshot());
+    // Straight from the items in tag order, into storage kept across calls:
+    // no copy of the message on the way (the same bytes as EncodeMessage of
+    // its Snapshot).
+    std::vector<std::pair<int, const CHostMessageItem*>> used;
+    used.reserve(m_items.size());
+    for (const auto& kv : m_items)
+        if (!kv.second->Empty()) used.emplace_back(kv.first, kv.second.get());
+    std::sort(used.begin(), used.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    size_t size = 8;
+    for (const auto& u : used) size += ItemSize(u.second->m_values.data(), u.second->m_count, u.second->m_rawLen);
+    m_encoded.resize(size);
+    char* p = PutHeader(m_encoded.data(), used.size());
+    for (const auto& u : used) {
+        const CHostMessageItem& item = *u.second;
+        p = PutItem(p, u.first, item.m_values.data(), item.m_count, item.m_raw.data(), item.m_rawLen);
+    }
     if (len != nullptr) *len = static_cast<int>(m_encoded.size());
     return m_encoded.data();
 }

@@ -2,6 +2,8 @@
 
 #include <nats/nats.h>
 
+#include <thread>
+
 #include "host/nats_subject.h"
 
 namespace natsbus {
@@ -22,6 +24,7 @@ struct CNatsBus::Sub {
     Handler handler;
     std::string subject;
     bool acceptOwn = false;
+    std::atomic<uint64_t> handled{0};  // messages through the callback
 };
 
 struct BusCallbacks {
@@ -29,6 +32,7 @@ struct BusCallbacks {
         auto* s = static_cast<CNatsBus::Sub*>(closure);
         s->bus->Deliver(*s, msg);
         natsMsg_Destroy(msg);
+        ++s->handled;
     }
     static void OnComplete(void* closure) {
         auto* s = static_cast<CNatsBus::Sub*>(closure);
@@ -115,8 +119,6 @@ int CNatsBus::Connect(const BusOptions& options, std::string* error) {
         return BUS_NOT_CONNECTED;
     }
     m_connected = true;
-    m_stopSender = false;
-    m_sender = std::thread([this] { SenderLoop(); });
 
     natsInbox* inbox = nullptr;
     if (natsInbox_Create(&inbox) == NATS_OK) {
@@ -132,15 +134,7 @@ int CNatsBus::Connect(const BusOptions& options, std::string* error) {
 }
 
 void CNatsBus::Close() {
-    if (m_sender.joinable()) {
-        Flush(1000);
-        {
-            std::lock_guard<std::mutex> lock(m_outMutex);
-            m_stopSender = true;
-        }
-        m_outCond.notify_all();
-        m_sender.join();
-    }
+    if (m_nc != nullptr && m_connected) natsConnection_FlushTimeout(m_nc, 1000);
     m_closing = true;
     {
         std::lock_guard<std::mutex> lock(m_subMutex);
@@ -179,63 +173,6 @@ void CNatsBus::NoteDrop(const char* why) {
     }
 }
 
-bool CNatsBus::Post(std::string subject, std::string data, std::string reply) {
-    const size_t bytes = subject.size() + data.size() + reply.size();
-    {
-        std::lock_guard<std::mutex> lock(m_outMutex);
-        if (m_nc != nullptr && !m_stopSender && m_outBytes + bytes <= m_opt.outQueueBytes) {
-            // The sender takes the whole queue at each wake-up: only the
-            // first message after an empty queue needs to wake it.
-            const bool wake = m_out.empty() && !m_sending;
-            m_out.push_back(Out{std::move(subject), std::move(reply), std::move(data)});
-            m_outBytes += bytes;
-            ++m_counters.posted;
-            if (wake) m_outCond.notify_one();
-            return true;
-        }
-    }
-    NoteDrop(m_nc == nullptr || m_stopSender ? "bus closed" : "send queue full");
-    return false;
-}
-
-void CNatsBus::SenderLoop() {
-    std::deque<Out> batch;
-    std::unique_lock<std::mutex> lock(m_outMutex);
-    for (;;) {
-        m_outCond.wait(lock, [this] { return m_stopSender || !m_out.empty(); });
-        if (m_out.empty()) break;
-        batch.swap(m_out);
-        m_sending = true;
-        lock.unlock();
-        size_t bytes = 0;
-        for (const Out& out : batch) {
-            SendNow(out);
-            bytes += out.subject.size() + out.data.size() + out.reply.size();
-        }
-        batch.clear();
-        lock.lock();
-        m_outBytes -= bytes;
-        m_sending = false;
-        if (m_out.empty()) m_idleCond.notify_all();
-    }
-}
-
-size_t CNatsBus::QueuedBytes() const {
-    std::lock_guard<std::mutex> lock(m_outMutex);
-    return m_outBytes;
-}
-
-bool CNatsBus::Flush(int timeoutMs) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    {
-        std::unique_lock<std::mutex> lock(m_outMutex);
-        if (!m_idleCond.wait_until(lock, end, [this] { return m_out.empty() && !m_sending; })) return false;
-    }
-    if (m_nc == nullptr) return false;
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    return natsConnection_FlushTimeout(m_nc, std::max<int64_t>(1, left.count())) == NATS_OK;
-}
-
 int CNatsBus::PublishOne(const std::string& subject, const std::string& reply, const char* data, size_t len,
                          const std::string& chunk) {
     natsMsg* msg = nullptr;
@@ -250,8 +187,8 @@ int CNatsBus::PublishOne(const std::string& subject, const std::string& reply, c
     return s == NATS_OK ? BUS_OK : (s == NATS_CONNECTION_CLOSED ? BUS_NOT_CONNECTED : BUS_FAILED);
 }
 
-int CNatsBus::SendNow(const Out& out) {
-    if (m_nc == nullptr) {
+int CNatsBus::Send(const std::string& subject, const std::string& reply, std::string_view data) {
+    if (m_nc == nullptr || m_closing) {
         NoteDrop("bus closed");
         return BUS_NOT_CONNECTED;
     }
@@ -260,22 +197,20 @@ int CNatsBus::SendNow(const Out& out) {
         const int64_t max = natsConnection_GetMaxPayload(m_nc);
         limit = max > static_cast<int64_t>(kHeaderRoom) * 2 ? static_cast<size_t>(max) - kHeaderRoom : 1 << 20;
     }
-    const auto ranges = ChunkRanges(out.data.size(), limit);
-    if (ranges.size() > kMaxChunks) {
-        ++m_counters.tooLarge;
-        Log("message of " + std::to_string(out.data.size()) + " bytes on " + out.subject +
-            " exceeds what the bus carries, not sent");
-        return BUS_TOO_LARGE;
-    }
-    ChunkTag tag;
-    tag.count = static_cast<uint32_t>(ranges.size());
-    if (ranges.size() > 1) tag.id = std::to_string(m_nextId++);
     int r = BUS_OK;
-    for (size_t i = 0; i < ranges.size() && r == BUS_OK; ++i) {
-        tag.index = static_cast<uint32_t>(i);
-        r = PublishOne(out.subject, out.reply, out.data.data() + ranges[i].first, ranges[i].second,
-                       ranges.size() > 1 ? FormatChunkTag(tag) : std::string());
-        if (r == BUS_OK && ranges.size() > 1) ++m_counters.chunksSent;
+    if (data.size() <= limit) {
+        r = PublishOne(subject, reply, data.data(), data.size(), std::string());
+    } else {
+        const auto ranges = ChunkRanges(data.size(), limit);
+        ChunkTag tag;
+        tag.count = static_cast<uint32_t>(ranges.size());
+        tag.id = std::to_string(m_nextId++);
+        if (ranges.size() > kMaxChunks) r = BUS_TOO_LARGE;
+        for (size_t i = 0; i < ranges.size() && r == BUS_OK; ++i) {
+            tag.index = static_cast<uint32_t>(i);
+            r = PublishOne(subject, reply, data.data() + ranges[i].first, ranges[i].second, FormatChunkTag(tag));
+            if (r == BUS_OK) ++m_counters.chunksSent;
+        }
     }
     if (r == BUS_OK) {
         ++m_counters.sent;
@@ -283,16 +218,13 @@ int CNatsBus::SendNow(const Out& out) {
         NoteDrop("disconnected and the reconnect buffer is full");
     } else if (r == BUS_TOO_LARGE) {
         ++m_counters.tooLarge;
-        Log("message of " + std::to_string(out.data.size()) + " bytes on " + out.subject + " refused by the server");
+        Log("message of " + std::to_string(data.size()) + " bytes on " + subject +
+            " is more than the bus carries, not sent");
     } else {
         ++m_counters.sendFailed;
-        Log("send on " + out.subject + " failed");
+        Log("send on " + subject + " failed");
     }
     return r;
-}
-
-int CNatsBus::Send(const std::string& subject, const std::string& reply, const std::string& data) {
-    return SendNow(Out{subject, reply, data});
 }
 
 int CNatsBus::Subscribe(const std::string& subject, const std::string& queue, Handler handler, bool acceptOwn) {
@@ -318,8 +250,33 @@ int CNatsBus::Subscribe(const std::string& subject, const std::string& queue, Ha
         m_subs.push_back(std::move(s));
     }
     // Live on the server once the flush comes back.
-    st = natsConnection_FlushTimeout(m_nc, 5000);
-    return st == NATS_OK ? BUS_OK : BUS_NOT_CONNECTED;
+    return Flush(5000) ? BUS_OK : BUS_TIMEOUT;
+}
+
+bool CNatsBus::CatchUp(const std::string& prefix, int timeoutMs) {
+    std::vector<std::pair<const Sub*, uint64_t>> targets;
+    {
+        std::lock_guard<std::mutex> lock(m_subMutex);
+        for (const auto& s : m_subs) {
+            int pending = 0;
+            int64_t delivered = 0;
+            if (s->subject.compare(0, prefix.size(), prefix) == 0 &&
+                natsSubscription_GetStats(s->sub, &pending, nullptr, nullptr, nullptr, &delivered, nullptr) == NATS_OK)
+                targets.emplace_back(s.get(), static_cast<uint64_t>(delivered) + static_cast<uint64_t>(pending));
+        }
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        bool done = true;
+        for (const auto& t : targets) done = done && t.first->handled.load() >= t.second;
+        if (done) return true;
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+bool CNatsBus::Flush(int timeoutMs) {
+    return m_nc != nullptr && natsConnection_FlushTimeout(m_nc, timeoutMs) == NATS_OK;
 }
 
 void CNatsBus::Deliver(Sub& sub, natsMsg* msg) {
@@ -421,7 +378,6 @@ uint64_t CNatsBus::SubscriptionDrops() const {
 std::vector<std::pair<std::string, uint64_t>> CNatsBus::Stats() const {
     const BusCounters& c = m_counters;
     return {{"connected", m_connected.load() ? 1u : 0u},
-            {"posted", c.posted.load()},
             {"sent", c.sent.load()},
             {"chunks_sent", c.chunksSent.load()},
             {"dropped", c.dropped.load()},
@@ -436,8 +392,7 @@ std::vector<std::pair<std::string, uint64_t>> CNatsBus::Stats() const {
             {"slow_consumer_dropped", SubscriptionDrops()},
             {"disconnects", c.disconnects.load()},
             {"reconnects", c.reconnects.load()},
-            {"async_errors", c.asyncErrors.load()},
-            {"queued_bytes", QueuedBytes()}};
+            {"async_errors", c.asyncErrors.load()}};
 }
 
 }  // namespace natsbus

@@ -1,21 +1,21 @@
 // One NATS connection of a tikron node or client: reconnects by itself,
-// publishes through a bounded queue on its own sender thread (callers never
-// wait for the network), cuts payloads above the server's max_payload into
-// chunks and puts them back together on receipt, refuses its own messages,
-// and counts everything it could not deliver.
+// publishes into libnats's buffer (while disconnected into its bounded
+// reconnect buffer; beyond it a message is dropped and counted), cuts
+// payloads above the server's max_payload into chunks and puts them back
+// together on receipt, refuses its own messages, and counts everything it
+// could not deliver.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -31,13 +31,12 @@ struct BusOptions {
     std::string url;
     std::string node;                     // identity sent in every message's header
     std::string name = "tikron";          // connection name shown by the server
-    int reconnectBufBytes = 8 << 20;      // libnats buffer while disconnected
-    size_t outQueueBytes = 64u << 20;     // sender queue; beyond it Post drops
+    int reconnectBufBytes = 8 << 20;      // libnats buffer while disconnected; beyond it Send drops
     size_t maxChunkBytes = 0;             // 0: the server's max_payload less header room
     int reconnectWaitMs = 200;
     int connectTimeoutMs = 2000;
     int pendingMsgs = 262144;             // per subscription before slow-consumer drops
-    int pendingBytes = 512 << 20;
+    int pendingBytes = 64 << 20;
     size_t assemblyBytes = 512u << 20;    // partial chunked messages held at most
     int assemblyAgeMs = 30000;
 };
@@ -58,7 +57,7 @@ struct BusMessage {
 };
 
 struct BusCounters {
-    std::atomic<uint64_t> posted{0}, sent{0}, chunksSent{0}, dropped{0}, sendFailed{0}, tooLarge{0};
+    std::atomic<uint64_t> sent{0}, chunksSent{0}, dropped{0}, sendFailed{0}, tooLarge{0};
     std::atomic<uint64_t> received{0}, chunksReceived{0}, ownSkipped{0}, refusedChunks{0}, expired{0};
     std::atomic<uint64_t> slowConsumer{0}, disconnects{0}, reconnects{0}, asyncErrors{0};
 };
@@ -81,28 +80,34 @@ public:
     // Connects (one attempt within connectTimeoutMs); later losses reconnect
     // without limit. 0, or BUS_NOT_CONNECTED with the reason.
     int Connect(const BusOptions& options, std::string* error);
-    // Sends what is queued (up to about a second), unsubscribes, closes.
+    // Sends what libnats holds (up to about a second), unsubscribes, closes.
     void Close();
     bool Connected() const { return m_connected.load(); }
 
-    // Queues a message for the sender thread; never blocks. False when the
-    // queue is full or the bus closed: the message is dropped and counted.
-    bool Post(std::string subject, std::string data, std::string reply = std::string());
-    // Sends at once from the calling thread, in chunks when too large.
-    int Send(const std::string& subject, const std::string& reply, const std::string& data);
+    // Publishes from the calling thread, in chunks when too large. It hands
+    // the bytes to libnats, whose own thread writes the socket; only a full
+    // socket buffer towards a stuck server holds the caller. Failures are
+    // counted and logged (drops at most once a second).
+    int Send(const std::string& subject, const std::string& reply, std::string_view data);
     // Subscribes (queue group when `queue` is not empty) and returns once the
-    // server has the subscription (flush), 0 or a BusResult. Messages with
-    // this node's own identity are skipped unless acceptOwn.
+    // server has the subscription (flush): BUS_OK; BUS_TIMEOUT when the
+    // server did not confirm it in time (the subscription stands and is
+    // live once the connection is: do not subscribe again); BUS_FAILED.
+    // Messages with this node's own identity are skipped unless acceptOwn.
     int Subscribe(const std::string& subject, const std::string& queue, Handler handler, bool acceptOwn = false);
+    // True once the server has everything sent so far (its subscriptions too).
+    bool Flush(int timeoutMs);
+    // Waits until the subscriptions whose subject starts with `prefix` have
+    // handled every message they had received when called; false on time-out.
+    // (Each subscription delivers on a thread of its own: an answer can
+    // overtake what arrived before it on another subscription.)
+    bool CatchUp(const std::string& prefix, int timeoutMs);
     // Sends a request and waits for its one answer (reassembled).
     int Request(const std::string& subject, const std::string& data, int timeoutMs, std::string* answer);
     // Ends every waiting Request with BUS_NOT_CONNECTED and refuses new ones.
     void CancelRequests();
-    // Waits until the sender queue is empty and the server has everything.
-    bool Flush(int timeoutMs);
 
     const BusCounters& Counters() const { return m_counters; }
-    size_t QueuedBytes() const;
     // Messages the subscriptions dropped as slow consumers.
     uint64_t SubscriptionDrops() const;
     std::vector<std::pair<std::string, uint64_t>> Stats() const;
@@ -110,14 +115,9 @@ public:
 
 private:
     struct Sub;
-    struct Out {
-        std::string subject, reply, data;
-    };
     friend struct BusCallbacks;
     void Deliver(Sub& sub, __natsMsg* msg);
     void OnReply(BusMessage& m);
-    void SenderLoop();
-    int SendNow(const Out& out);
     int PublishOne(const std::string& subject, const std::string& reply, const char* data, size_t len,
                    const std::string& chunk);
     void Log(const std::string& text);
@@ -149,14 +149,6 @@ private:
     };
     std::map<std::string, std::shared_ptr<Waiter>> m_waiters;
     bool m_cancelled = false;
-
-    mutable std::mutex m_outMutex;
-    std::condition_variable m_outCond, m_idleCond;
-    std::deque<Out> m_out;
-    size_t m_outBytes = 0;
-    bool m_sending = false;
-    bool m_stopSender = false;
-    std::thread m_sender;
 
     std::mutex m_dropLogMutex;
     std::chrono::steady_clock::time_point m_lastDropLog{};

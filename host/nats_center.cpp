@@ -7,6 +7,7 @@
 #include "host/host_message.h"
 #include "host/host_pack.h"
 #include "host/nats_subject.h"
+#include "host/product_center.h"
 #include "host/product_json.h"
 
 namespace product {
@@ -18,7 +19,6 @@ namespace {
 constexpr int kPublishFunction = 620003;
 constexpr int kReportFunction = 620031;
 constexpr int kCenterReportFunction = 620299;
-constexpr int kSubscribeAnswerFunction = 620001;
 
 bool IsSyncFunction(int f) { return f == 620202 || f == 620203 || f == 620204 || f == 620206; }
 bool IsQueryFunction(int f) { return f == 620200 || f == 620201 || f == 620205 || f == 620207; }
@@ -99,6 +99,11 @@ void CTaskThread::Stop() {
     if (m_thread.joinable()) m_thread.join();
 }
 
+bool CTaskThread::Sleep(int ms) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return !m_cond.wait_for(lock, std::chrono::milliseconds(ms), [this] { return m_stop; });
+}
+
 void CTaskThread::Push(std::function<void()> task) {
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_stop) return;
@@ -131,7 +136,7 @@ int CNatsCenter::Connect() {
     gethostname(hostName, sizeof hostName - 1);
     const std::string me = "pid " + std::to_string(getpid()) + " on " + hostName;
     m_bus.Subscribe(natsbus::IdentitySubject(m_set.node), "", [this, me](natsbus::BusMessage& m) {
-        if (!m.reply.empty()) m_bus.Post(m.reply, me);
+        if (!m.reply.empty()) m_bus.Send(m.reply, "", me);
     }, true);  // the probe of a twin carries this very identity
     m_log("NATS: node " + m_set.node + " connected to " + m_set.url);
     return 0;
@@ -189,13 +194,13 @@ std::string CNatsCenter::SyncSubject() const {
                                   : natsbus::RequestSubject(m_set.syncPeer);
 }
 
-bool CNatsCenter::OnPluginMessage(IESBMessage* msg, const void* encoded, int len) {
-    if (!m_attached || msg == nullptr || encoded == nullptr || len <= 0) return false;
-    const int packetType = ItemInt(msg, 3), function = ItemInt(msg, 5);
+bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
+    if (!m_attached) return false;
+    const int packetType = msg.Int(3), function = msg.Int(5);
     if (packetType == 1) {
         // The answer to a request that came over the bus goes back to its
         // requester with the requester's own packet id.
-        const int id = ItemInt(msg, 11);
+        const int id = msg.Int(11);
         Pending p;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -204,35 +209,32 @@ bool CNatsCenter::OnPluginMessage(IESBMessage* msg, const void* encoded, int len
             p = it->second;
             m_pending.erase(it);
         }
-        msg->GetItem(11)->SetInt(p.packetId, 0);
-        int n = 0;
-        const void* buf = msg->GetBuffer(&n);
-        if (buf != nullptr && n > 0) m_bus.Post(p.reply, std::string(static_cast<const char*>(buf), n));
+        msg.Message()->GetItem(11)->SetInt(p.packetId, 0);
+        msg.Changed();
+        const auto e = msg.Encoded();
+        m_bus.Send(p.reply, "", std::string_view(e.first, e.second));
         ++m_answers;
         return true;
     }
     if (packetType != 0) return false;
     if (function == kPublishFunction || function == kReportFunction) {
-        int keyLen = 0;
-        IESBMessageItem* keyItem = msg->GetItem(54);
-        const void* key = keyItem != nullptr ? keyItem->GetRawData(&keyLen, 0) : nullptr;
-        const std::string keyText = natsbus::KeyText(key, keyLen);
-        const int issueType = ItemInt(msg, 53);
-        m_bus.Post(natsbus::PublicationSubject(m_set.node, function, issueType, keyText),
-                   std::string(static_cast<const char*>(encoded), static_cast<size_t>(len)));
+        const auto key = msg.Raw(54);
+        const std::string keyText = natsbus::KeyText(key.first, key.second);
+        const int issueType = msg.Int(53);
+        const auto e = msg.Encoded();
+        m_bus.Send(natsbus::PublicationSubject(m_set.node, function, issueType, keyText), "",
+                   std::string_view(e.first, e.second));
         ++m_published;
         if (m_set.json) {
-            hostemu::MessageSnapshot snap;
-            if (hostemu::DecodeMessage(encoded, len, &snap) == 0) {
-                m_bus.Post(natsbus::JsonSubject(m_set.node, function, issueType, keyText),
-                           DumpLine(MessageToJson(snap)));
-                ++m_jsonPublished;
-            }
+            // The very line of the publication file, made once for both.
+            m_bus.Send(natsbus::JsonSubject(m_set.node, function, issueType, keyText), "", msg.Line());
+            ++m_jsonPublished;
         }
         return true;
     }
     if (IsSyncFunction(function)) {
-        std::string request(static_cast<const char*>(encoded), static_cast<size_t>(len));
+        const auto e = msg.Encoded();
+        std::string request(e.first, e.second);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_syncRequests[function] = request;
@@ -240,14 +242,15 @@ bool CNatsCenter::OnPluginMessage(IESBMessage* msg, const void* encoded, int len
             // time goes out.
             if (!m_syncBusy.insert(function).second) return true;
         }
-        m_syncer.Push([this, function, request] { Synchronise(function, request); });
+        m_syncer.Push([this, function, request] {
+            Synchronise(function, request);
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_syncBusy.erase(function);
+        });
         return true;
     }
-    if (m_ctx.subscribeFunctions.count(function) != 0 && msg->GetItem(54) != nullptr) {
-        int keyLen = 0;
-        msg->GetItem(54)->GetRawData(&keyLen, 0);
-        if (keyLen <= 0) return false;
-        const int issueType = ItemInt(msg, 53), packetId = ItemInt(msg, 11);
+    if (m_ctx.subscribeFunctions.count(function) != 0 && msg.Raw(54).second > 0) {
+        const int issueType = msg.Int(53), packetId = msg.Int(11);
         m_subscriber.Push([this, issueType, packetId] { Subscribe(issueType, packetId); });
         return true;
     }
@@ -255,39 +258,45 @@ bool CNatsCenter::OnPluginMessage(IESBMessage* msg, const void* encoded, int len
 }
 
 void CNatsCenter::Subscribe(int issueType, int packetId) {
-    bool live;
+    bool exists;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        live = m_subscribed.count(issueType) != 0;
+        exists = m_subscribed.count(issueType) != 0;
     }
-    if (!live) {
-        const std::string subject = natsbus::SubscriptionSubject(issueType);
-        int r = m_bus.Subscribe(subject, "", [this](natsbus::BusMessage& m) { OnPublication(m); });
-        if (r != natsbus::BUS_OK) {
-            // No answer: the plug-in sends the request again.
-            m_log("NATS: subscription to " + subject + " not live yet: " + natsbus::CNatsBus::ResultText(r));
-            return;
+    const std::string subject = natsbus::SubscriptionSubject(issueType);
+    int r = natsbus::BUS_OK;
+    if (!exists) {
+        r = m_bus.Subscribe(subject, "", [this](natsbus::BusMessage& m) { OnPublication(m); });
+        if (r == natsbus::BUS_OK || r == natsbus::BUS_TIMEOUT) {
+            // It stands even when not confirmed yet: never a second one.
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_subscribed[issueType] = packetId;
+            ++m_subscriptions;
         }
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_subscribed[issueType] = packetId;
-        ++m_subscriptions;
+    } else if (!m_bus.Flush(5000)) {
+        r = natsbus::BUS_TIMEOUT;
+    }
+    if (r != natsbus::BUS_OK) {
+        // No answer: the plug-in sends the request again.
+        m_log("NATS: subscription to " + subject + " not live yet: " + natsbus::CNatsBus::ResultText(r));
+        return;
     }
     // The subscription is live on the server: answer the plug-in.
-    hostemu::MessageSpec answer{kSubscribeAnswerFunction, 1};
-    answer.packetId = packetId;
-    answer.issueType = issueType;
-    auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{0}}));
-    answer.key.assign(key.begin(), key.end());
-    PostIntoPlugin(hostemu::BuildMessage(*m_ctx.factory, answer), m_ctx.center);
+    PostIntoPlugin(hostemu::BuildMessage(*m_ctx.factory, SubscriptionAnswer(packetId, issueType)), m_ctx.center);
 }
 
-void CNatsCenter::Synchronise(int function, std::string request) {
+bool CNatsCenter::Synchronise(int function, const std::string& request) {
     std::string answer;
     const std::string subject = SyncSubject();
     ++m_syncSent;
     int r = m_bus.Request(subject, request, m_set.requestTimeoutMs, &answer);
     IESBMessage* msg = nullptr;
     if (r == natsbus::BUS_OK) {
+        // Publications that came before the answer (a peer's buffered ones
+        // after a reconnection) go into the plug-in before it, so none of
+        // them overwrites the newer rows of the answer.
+        if (!m_bus.CatchUp("tikron.pub.", 5000))
+            m_log("NATS: publications still queued behind the synchronisation answer " + std::to_string(function));
         msg = Decode(answer, "synchronisation answer from " + subject);
         if (msg != nullptr && (ItemInt(msg, 3) != 1 || ItemInt(msg, 5) != function)) {
             msg->Release();
@@ -299,39 +308,36 @@ void CNatsCenter::Synchronise(int function, std::string request) {
         m_log("NATS: synchronisation request " + std::to_string(function) + " to " + subject +
               " failed: " + natsbus::CNatsBus::ResultText(r) + "; the request stays pending");
     }
-    if (msg != nullptr && PostIntoPlugin(msg, m_ctx.center) == 0) {
-        ++m_syncAnswered;
-    } else {
-        ++m_syncFailed;
-    }
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_syncBusy.erase(function);
+    const bool answered = msg != nullptr && PostIntoPlugin(msg, m_ctx.center) == 0;
+    ++(answered ? m_syncAnswered : m_syncFailed);
+    return answered;
 }
 
 void CNatsCenter::OnStateChange(bool up) {
     if (!up || !m_attached) return;
+    const uint64_t round = ++m_round;
     // Whatever was published while this node was away is not replayed by
-    // the server: ask the peer for the tables again, once at once and once
-    // after the other nodes had time to come back too.
-    std::map<int, std::string> requests;
+    // the server: the tables are asked for again.
+    m_syncer.Push([this, round] { Resynchronise(round); });
+}
+
+void CNatsCenter::Resynchronise(uint64_t round) {
+    std::map<int, std::string> left;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        requests = m_syncRequests;
+        left = m_syncRequests;
     }
-    if (requests.empty()) return;
-    m_log("NATS: reconnected, synchronising " + std::to_string(requests.size()) + " tables again");
-    auto resync = [this, requests](bool settle) {
-        if (settle) std::this_thread::sleep_for(std::chrono::seconds(2));
-        for (const auto& r : requests) {
-            {
-                std::lock_guard<std::mutex> lock(m_mutex);
-                if (!m_syncBusy.insert(r.first).second) continue;
-            }
-            Synchronise(r.first, r.second);
-        }
-    };
-    m_syncer.Push([resync] { resync(false); });
-    m_syncer.Push([resync] { resync(true); });
+    if (left.empty()) return;
+    m_log("NATS: reconnected, synchronising " + std::to_string(left.size()) + " tables again");
+    // Each table until its answer went in (the peer may come back after
+    // this node), once a second; a later reconnection starts over.
+    // The plug-in's own requests wait behind this task; an answer the
+    // plug-in did not wait for still fills its table.
+    while (m_attached && round == m_round) {
+        for (auto it = left.begin(); it != left.end();)
+            it = Synchronise(it->first, it->second) ? left.erase(it) : std::next(it);
+        if (left.empty() || !m_syncer.Sleep(1000)) return;
+    }
 }
 
 void CNatsCenter::OnPublication(natsbus::BusMessage& m) {
@@ -352,7 +358,11 @@ void CNatsCenter::OnPublication(natsbus::BusMessage& m) {
     // Reports published by another node go through the plug-in's
     // publication intake and conversion like any publication.
     if (function == kReportFunction) msg->GetItem(5)->SetInt(kPublishFunction, 0);
-    if (PostIntoPlugin(msg, m_ctx.center) == 0) ++m_intake;
+    if (PostIntoPlugin(msg, m_ctx.center) == 0) {
+        ++m_intake;
+    } else {
+        Refuse("publication on " + m.subject + ": the plug-in did not take it");
+    }
 }
 
 void CNatsCenter::OnRequest(natsbus::BusMessage& m) {
@@ -378,8 +388,11 @@ void CNatsCenter::OnRequest(natsbus::BusMessage& m) {
     msg->GetItem(11)->SetInt(local, 0);
     ++m_requests;
     if (PostIntoPlugin(msg, IsQueryFunction(function) ? m_ctx.client : m_ctx.center) != 0) {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_pending.erase(local);
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_pending.erase(local);
+        }
+        Refuse("request on " + m.subject + ": the plug-in did not take it");
     }
 }
 
@@ -388,7 +401,7 @@ void CNatsCenter::OnControl(natsbus::BusMessage& m) {
     json req = json::parse(m.data, nullptr, false);
     json answer = req.is_discarded() ? json{{"ok", false}, {"error", "request is not JSON"}} : m_ctx.control(req);
     ++m_controls;
-    m_bus.Post(m.reply, DumpLine(answer));
+    m_bus.Send(m.reply, "", DumpLine(answer));
 }
 
 json CNatsCenter::Stats() const {
@@ -407,6 +420,19 @@ json CNatsCenter::Stats() const {
                 {"sync_failed", m_syncFailed.load()}};
     for (const auto& kv : m_bus.Stats()) out["bus_" + kv.first] = kv.second;
     return out;
+}
+
+NatsHealth CNatsCenter::Health() const {
+    const natsbus::BusCounters& c = m_bus.Counters();
+    NatsHealth h;
+    h.connected = m_bus.Connected();
+    h.dropped = c.dropped.load();
+    h.slowConsumers = c.slowConsumer.load();
+    h.slowConsumerDropped = m_bus.SubscriptionDrops();
+    h.reassemblyErrors = c.refusedChunks.load() + c.expired.load();
+    h.tooLarge = c.tooLarge.load();
+    h.reconnects = c.reconnects.load();
+    return h;
 }
 
 }  // namespace product

@@ -22,6 +22,7 @@
 #include "frame/host_interfaces.h"
 #include "host/host_queue.h"
 #include "host/nats_bus.h"
+#include "host/product_endpoint.h"
 
 namespace product {
 
@@ -33,6 +34,17 @@ struct NatsSettings {
     std::string syncGroup;  // else any node of this group (default: group)
     bool json = true;       // also publish the JSON line form
     int requestTimeoutMs = 15000;
+};
+
+// The bus's health, for monitoring.
+struct NatsHealth {
+    bool connected = false;
+    uint64_t dropped = 0;             // publications not sent (disconnected beyond the buffer, bus closed)
+    uint64_t slowConsumers = 0;       // episodes of a subscription falling behind
+    uint64_t slowConsumerDropped = 0; // messages the subscriptions dropped meanwhile
+    uint64_t reassemblyErrors = 0;    // chunks refused, partial messages expired
+    uint64_t tooLarge = 0;            // messages more than the bus carries
+    uint64_t reconnects = 0;
 };
 
 // Reads <host nats_url nats_group nats_sync_peer nats_sync_group nats_json
@@ -49,6 +61,8 @@ public:
     void Start();
     void Stop();
     void Push(std::function<void()> task);
+    // For a task: waits ms; false when the thread is stopping.
+    bool Sleep(int ms);
 
 private:
     std::mutex m_mutex;
@@ -82,10 +96,11 @@ public:
     const std::string& Error() const { return m_error; }
     bool Up() const { return m_bus.Connected(); }
 
-    // A message the plug-in sent to the center (on the plug-in's thread;
-    // never waits for the network). True when the bus took it.
-    bool OnPluginMessage(IESBMessage* msg, const void* encoded, int len);
+    // A message the plug-in sent to the center (on the writer thread). True
+    // when the bus took it.
+    bool OnPluginMessage(COutgoing& msg);
     nlohmann::ordered_json Stats() const;
+    NatsHealth Health() const;
     natsbus::CNatsBus& Bus() { return m_bus; }
 
 private:
@@ -98,7 +113,10 @@ private:
     void OnRequest(natsbus::BusMessage& m);
     void OnControl(natsbus::BusMessage& m);
     void Subscribe(int issueType, int packetId);
-    void Synchronise(int function, std::string request);
+    // One request of the plug-in to the peer; true when its answer went in.
+    bool Synchronise(int function, const std::string& request);
+    // After a reconnection: every table asked for again until answered.
+    void Resynchronise(uint64_t round);
     void OnStateChange(bool up);
     // Builds a plug-in message from an encoding; null (logged) when refused.
     IESBMessage* Decode(const std::string& data, const std::string& what);
@@ -120,6 +138,7 @@ private:
     std::set<int> m_syncBusy;                       // functions with a request under way
     std::map<int, Pending> m_pending;               // local packet id -> requester
     int m_nextLocalId = 1500000000;
+    std::atomic<uint64_t> m_round{0};  // reconnections so far
 
     std::atomic<uint64_t> m_published{0}, m_jsonPublished{0}, m_intake{0}, m_refused{0};
     std::atomic<uint64_t> m_requests{0}, m_answers{0}, m_syncSent{0}, m_syncAnswered{0}, m_syncFailed{0};

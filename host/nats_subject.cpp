@@ -1,5 +1,7 @@
 #include "host/nats_subject.h"
 
+#include <cstdio>
+
 #include "host/host_pack.h"
 
 namespace natsbus {
@@ -16,17 +18,12 @@ int HexValue(char c) {
     return -1;  // Token() writes upper case only
 }
 
-std::string Tail(int function, int issueType, const std::string& key) {
-    return "." + std::to_string(function) + "." + std::to_string(issueType) + "." + Token(key);
-}
-
-}  // namespace
-
-std::string Token(const std::string& raw) {
-    if (raw.empty()) return "%";
+void AppendToken(std::string& out, const std::string& raw) {
     static const char kHex[] = "0123456789ABCDEF";
-    std::string out;
-    out.reserve(raw.size());
+    if (raw.empty()) {
+        out.push_back('%');
+        return;
+    }
     for (unsigned char c : raw) {
         if (Plain(c)) {
             out.push_back(static_cast<char>(c));
@@ -36,6 +33,28 @@ std::string Token(const std::string& raw) {
             out.push_back(kHex[c & 15]);
         }
     }
+}
+
+// "<prefix><node>.<function>.<issue_type>.<key>", built in one string.
+std::string NodeSubject(const char* prefix, const std::string& node, int function, int issueType,
+                        const std::string& key) {
+    std::string out;
+    out.reserve(48 + node.size() + 3 * key.size());
+    out += prefix;
+    AppendToken(out, node);
+    char numbers[32];
+    snprintf(numbers, sizeof numbers, ".%d.%d.", function, issueType);
+    out += numbers;
+    AppendToken(out, key);
+    return out;
+}
+
+}  // namespace
+
+std::string Token(const std::string& raw) {
+    std::string out;
+    out.reserve(raw.size() + 1);
+    AppendToken(out, raw);
     return out;
 }
 
@@ -59,11 +78,11 @@ bool UnToken(const std::string& token, std::string* raw) {
 }
 
 std::string PublicationSubject(const std::string& node, int function, int issueType, const std::string& key) {
-    return "tikron.pub." + Token(node) + Tail(function, issueType, key);
+    return NodeSubject("tikron.pub.", node, function, issueType, key);
 }
 
 std::string JsonSubject(const std::string& node, int function, int issueType, const std::string& key) {
-    return "tikron.json." + Token(node) + Tail(function, issueType, key);
+    return NodeSubject("tikron.json.", node, function, issueType, key);
 }
 
 std::string SubscriptionSubject(int issueType) {

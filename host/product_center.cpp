@@ -16,6 +16,15 @@ constexpr int kSubscribeAnswerFunction = 620001;
 
 bool IsPeerRequest(int function) { return function >= 620200 && function <= 620207; }
 
+hostemu::MessageSpec SubscriptionAnswer(int packetId, int issueType) {
+    hostemu::MessageSpec answer{kSubscribeAnswerFunction, 1};
+    answer.packetId = packetId;
+    answer.issueType = issueType;
+    auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{0}}));
+    answer.key.assign(key.begin(), key.end());
+    return answer;
+}
+
 LocalCenter::LocalCenter(std::set<int> subscribeFunctions, int heartbeatMs, Post post)
     : m_subscribeFunctions(std::move(subscribeFunctions)), m_heartbeatMs(heartbeatMs), m_post(std::move(post)) {}
 
@@ -46,33 +55,29 @@ void LocalCenter::HeartbeatLoop() {
     }
 }
 
-void LocalCenter::FromPlugin(const hostemu::MessageSnapshot& msg) {
-    const int function = msg.FunctionNo();
-    if (!m_running || msg.PacketType() == 1) return;
+void LocalCenter::FromPlugin(COutgoing& msg) {
+    const int function = msg.Int(5), packetType = msg.Int(3);
+    if (!m_running || packetType == 1) return;
     if (function == kRegisterFunction) {
         ++m_registrations;
         m_post(hostemu::MessageSpec{kRegisterFunction, 1});
         return;
     }
-    if (msg.PacketType() != 0) return;
+    if (packetType != 0) return;
     if (IsPeerRequest(function)) {
         // Not a subscription, whatever the configuration calls it: it waits
         // for a peer's answer. The plug-in sends it every second meanwhile.
+        const int packetId = msg.Int(11);
         std::lock_guard<std::mutex> lock(m_mutex);
-        auto answered = m_answered.find(msg.PacketId());
+        auto answered = m_answered.find(packetId);
         if (answered != m_answered.end() && std::chrono::steady_clock::now() - answered->second < kAnswerGrace)
             return;
-        m_pending[msg.PacketId()] = msg;
+        m_pending[packetId] = msg.Snapshot();
         return;
     }
-    if (m_subscribeFunctions.count(function) == 0 || !msg.Has(54)) return;
-    hostemu::MessageSpec answer{kSubscribeAnswerFunction, 1};
-    answer.packetId = msg.PacketId();
-    answer.issueType = msg.IssueType();
-    auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"subscibe_result"}, {{0}}));
-    answer.key.assign(key.begin(), key.end());
+    if (m_subscribeFunctions.count(function) == 0 || !msg.Snapshot().Has(54)) return;
     ++m_subscriptions;
-    m_post(answer);
+    m_post(SubscriptionAnswer(msg.Int(11), msg.Int(53)));
 }
 
 void LocalCenter::ToPlugin(const hostemu::MessageSpec& msg) {

@@ -21,6 +21,7 @@
 
 #include "host/host_message.h"
 #include "host/host_queue.h"
+#include "host/product_endpoint.h"
 
 namespace product {
 
@@ -35,8 +36,8 @@ public:
     // (heartbeats). Stop: the plug-in is stopping, nothing more goes in.
     virtual void Start() = 0;
     virtual void Stop() = 0;
-    // A message the plug-in sent towards the center.
-    virtual void FromPlugin(const hostemu::MessageSnapshot& msg) = 0;
+    // A message the plug-in sent towards the center (on the writer thread).
+    virtual void FromPlugin(COutgoing& msg) = 0;
     // A message about to be posted into the plug-in from the center's side
     // on behalf of a control client (a peer's answer, a publication).
     virtual void ToPlugin(const hostemu::MessageSpec& msg) = 0;
@@ -50,6 +51,10 @@ public:
 // table synchronisation (620200..620207).
 bool IsPeerRequest(int function);
 
+// The center's answer to a subscription request: function 620001, packet
+// type 1, the request's packet id and issue type, "subscibe_result" 0.
+hostemu::MessageSpec SubscriptionAnswer(int packetId, int issueType);
+
 class LocalCenter final : public CenterRole {
 public:
     // subscribeFunctions: request functions answered as subscriptions
@@ -59,7 +64,7 @@ public:
 
     void Start() override;
     void Stop() override;
-    void FromPlugin(const hostemu::MessageSnapshot& msg) override;
+    void FromPlugin(COutgoing& msg) override;
     void ToPlugin(const hostemu::MessageSpec& msg) override;
     std::vector<hostemu::MessageSnapshot> Pending() const override;
     nlohmann::ordered_json Counters() const override;

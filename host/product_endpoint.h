@@ -1,34 +1,101 @@
-// A chain neighbour for tikron-host: decodes every message the plug-in
-// transfers to it, releases it and hands the snapshot to a callback. Unlike
-// the test neighbour it keeps nothing, so a long run uses constant memory.
+// How the plug-in's messages leave it in tikron-host. The plug-in posts to
+// its two neighbours (the center and the client side) on its own threads
+// (UDP consumer, workers); a CEndpoint only puts the message into the
+// bounded COutbox and returns, so those threads never wait for a file, the
+// network or a lock held by them. One writer thread takes the messages in
+// order and hands each to the host as a COutgoing, which makes the
+// encoding, the snapshot and the JSON line at most once, when first asked
+// for.
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "frame/host_interfaces.h"
 #include "host/host_message.h"
 
 namespace product {
 
+class COutgoing {
+public:
+    explicit COutgoing(IESBMessage* msg) : m_msg(msg) {}
+    IESBMessage* Message() const { return m_msg; }
+    // Value 0 of an item; 0 when absent.
+    int Int(int tag) const;
+    // The raw block of an item (null, 0 when absent).
+    std::pair<const void*, int> Raw(int tag) const;
+    // The message's encoding (host/README.md), valid until Changed().
+    std::pair<const char*, size_t> Encoded();
+    const hostemu::MessageSnapshot& Snapshot();
+    // The JSON line (README, "JSON line format"), without the line feed.
+    const std::string& Line();
+    // The message was changed: encoding, snapshot and line are made anew.
+    void Changed();
+
+private:
+    IESBMessage* m_msg;
+    const char* m_encoded = nullptr;
+    size_t m_encodedLen = 0;
+    bool m_haveSnapshot = false, m_haveLine = false;
+    hostemu::MessageSnapshot m_snapshot;
+    std::string m_line;
+};
+
+class COutbox {
+public:
+    // Runs on the writer thread for every message, in the order posted;
+    // the message is released after it. BatchDone runs after each batch
+    // taken from the queue (where files are flushed).
+    using Handler = std::function<void(COutgoing&, bool toCenter)>;
+    using BatchDone = std::function<void()>;
+    using Logger = std::function<void(const std::string&)>;
+
+    explicit COutbox(size_t capacity = kDefaultCapacity) : m_capacity(capacity) {}
+    ~COutbox() { Stop(); }
+
+    void Start(Handler handler, BatchDone batchDone, Logger log);
+    // Handles what is queued, then ends the writer thread. Messages posted
+    // afterwards are released and counted as dropped.
+    void Stop();
+    // Never blocks beyond the queue's lock. False when the queue is full or
+    // the writer stopped: the message is released and counted; the writer
+    // logs the count.
+    bool Push(IESBMessage* msg, bool toCenter);
+
+    uint64_t Dropped() const { return m_dropped.load(); }
+    size_t HighWater() const { return m_highWater.load(); }
+
+    // About a second of a busy feed (three publications per datagram).
+    static constexpr size_t kDefaultCapacity = 65536;
+
+private:
+    void Run();
+
+    const size_t m_capacity;
+    Handler m_handler;
+    BatchDone m_batchDone;
+    Logger m_log;
+    std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::deque<std::pair<IESBMessage*, bool>> m_queue;
+    bool m_running = false, m_stop = false;
+    std::thread m_thread;
+    std::atomic<uint64_t> m_dropped{0};
+    std::atomic<size_t> m_highWater{0};
+    uint64_t m_droppedLogged = 0;  // writer thread only
+};
+
+// A neighbour of the plug-in: puts every message into the outbox.
 class CEndpoint final : public IMessageService {
 public:
-    using Handler = std::function<void(const hostemu::MessageSnapshot&)>;
-    // Sees the message and its encoding first; true: taken, the handler is
-    // not called (the recorder, when set, still gets the snapshot).
-    using Filter = std::function<bool(IESBMessage*, const void* encoded, int len)>;
-    explicit CEndpoint(std::string id) : m_id(std::move(id)) {}
-
-    // Set before the endpoint is registered with the plug-in.
-    void SetHandler(Handler h) { m_handler = std::move(h); }
-    // Sees every message first, as the plug-in sent it (metrics).
-    void SetTap(std::function<void(IESBMessage*)> tap) { m_tap = std::move(tap); }
-    void SetFilter(Filter f, Handler recorder) {
-        m_filter = std::move(f);
-        m_recorder = std::move(recorder);
-    }
+    CEndpoint(std::string id, COutbox* outbox, bool toCenter)
+        : m_id(std::move(id)), m_outbox(outbox), m_toCenter(toCenter) {}
     uint64_t Count() const { return m_count.load(); }
 
     int QueryInterface(const char*, IKnown** out) override {
@@ -37,6 +104,7 @@ public:
     }
     int AddRef() override { return 1; }
     int Release() override { return 1; }
+    // Takes the message (returns 0) even when the outbox drops it.
     int PostMsg(IESBMessage* msg, IMessageService* from) override;
     int RegisterNextService(IMessageService*) override { return 0; }
     int RegisterPrevService(IMessageService*) override { return 0; }
@@ -49,10 +117,8 @@ public:
 
 private:
     std::string m_id;
-    Handler m_handler;
-    Filter m_filter;
-    Handler m_recorder;
-    std::function<void(IESBMessage*)> m_tap;
+    COutbox* m_outbox;
+    bool m_toCenter;
     std::atomic<uint64_t> m_count{0};
 };
 

@@ -41,7 +41,16 @@ json CollectFigures(ProductHost& host) {
     const bool plugin = emu->Log().StatsSink().Collect(&s);
     const KAVLE2::UDPRecvTotals kos = KAVLE2::GetUDPRecvTotals();
     const CHostObserver& obs = host.Observer();
-    const json nats = host.Nats() != nullptr ? host.Nats()->Stats() : json();
+    NatsHealth bus;
+    json nats;
+    if (host.BusHealth(&bus))
+        nats = {{"connected", bus.connected ? 1 : 0},
+                {"dropped", bus.dropped},
+                {"too_large", bus.tooLarge},
+                {"slow_consumers", bus.slowConsumers},
+                {"slow_consumer_dropped", bus.slowConsumerDropped},
+                {"reassembly_errors", bus.reassemblyErrors},
+                {"reconnects", bus.reconnects}};
 
     json byType = json::object();
     for (int t = 0; t < 256; ++t)
@@ -64,8 +73,9 @@ json CollectFigures(ProductHost& host) {
                   {"parse_failures", obs.ParseFailures()},
                   {"unknown_types", obs.UnknownTypes()}};
     out["publications"] = pubs;
-    // Messages the center could not take: only the bus drops any.
-    const uint64_t centerRefused = Num(nats, "bus_dropped") + Num(nats, "bus_too_large");
+    // Plug-in messages the center could not take: the host's writer queue
+    // full, or the bus unable to send them.
+    const uint64_t centerRefused = host.OutboxDropped() + Num(nats, "dropped") + Num(nats, "too_large");
     out["messages"] = {{"to_center", Num(hostCounters, "to_center")},
                        {"to_client", Num(hostCounters, "to_client")},
                        {"refused_by_plugin", obs.RefusedByPlugin()},

@@ -82,20 +82,10 @@ int ProductHost::Start() {
     }
 
     if (StartBus(o.configXml) != 0) return -1;
-    m_center.SetHandler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, true); });
-    m_client.SetHandler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, false); });
-    if (m_nats) {
-        // What the bus takes (publications, subscription and synchronisation
-        // requests, answers to bus requests) is still written to the lines.
-        m_center.SetFilter(
-            [this](IESBMessage* msg, const void* b, int n) { return m_nats->OnPluginMessage(msg, b, n); },
-            m_out != nullptr
-                ? CEndpoint::Handler([this](const hostemu::MessageSnapshot& m) { OnPluginMessage(m, false); })
-                : CEndpoint::Handler());
-    }
     m_host = std::make_unique<hostemu::HostEmulator>(o);
     m_host->Log().SetTap([this](const hostemu::LogLine& l) { m_observer.OnLogLine(l); });
-    m_center.SetTap([this](IESBMessage* msg) { m_observer.OnToCenter(msg); });
+    m_outbox.Start([this](COutgoing& m, bool toCenter) { OnPluginMessage(m, toCenter); },
+                   [this] { WriteLines(); }, [this](const std::string& text) { Log(text); });
     const std::set<int> functions = subscribeFunctions;
     m_role = std::make_unique<LocalCenter>(std::move(subscribeFunctions), heartbeatMs,
                                            [this](const hostemu::MessageSpec& s) {
@@ -119,6 +109,8 @@ int ProductHost::Start() {
                       : "plug-in start failed (" + std::to_string(rc) + "): " + m_host->Error();
         m_role->Stop();
         if (m_nats) m_nats->Stop();
+        m_host->Shutdown();
+        m_outbox.Stop();  // gives the plug-in's last messages back before the factory goes
         m_host.reset();
         m_role.reset();
         m_nats.reset();
@@ -146,14 +138,7 @@ int ProductHost::StartBus(const std::string& configXml) {
     NatsSettings settings;
     if (!ReadNatsSettings(configXml, m_opt.natsUrl, &settings, &m_error)) return -1;
     if (settings.url.empty()) return 0;
-    m_nats = std::make_unique<CNatsCenter>(settings, [this](const std::string& text) {
-        hostemu::HostEmulator* host = m_host.get();
-        if (host != nullptr) {
-            host->Log().AddLog("tikron-host", 0, text.c_str());
-        } else {
-            fprintf(stderr, "tikron-host: %s\n", text.c_str());
-        }
-    });
+    m_nats = std::make_unique<CNatsCenter>(settings, [this](const std::string& text) { Log(text); });
     if (m_nats->Connect() != 0) {
         m_error = m_nats->Error();
         m_nats.reset();
@@ -162,21 +147,33 @@ int ProductHost::StartBus(const std::string& configXml) {
     return 0;
 }
 
+void ProductHost::Log(const std::string& text) {
+    hostemu::HostEmulator* host = m_host.get();
+    if (host != nullptr) {
+        host->Log().AddLog("tikron-host", 0, text.c_str());
+    } else {
+        fprintf(stderr, "tikron-host: %s\n", text.c_str());
+    }
+}
+
 void ProductHost::Stop() {
     if (m_role) m_role->Stop();
     if (m_nats) m_nats->Stop();  // nothing more from the bus into a stopping plug-in
-    if (m_host) {
-        m_host->Shutdown();
-        m_host.reset();
-    }
+    if (m_host) m_host->Shutdown();
+    m_outbox.Stop();  // writes the last lines, gives the messages back
+    m_host.reset();
     m_role.reset();
     m_started = false;
-    std::lock_guard<std::mutex> lock(m_outMutex);
     if (m_out != nullptr) {
-        fflush(m_out);
         if (m_ownOut) fclose(m_out);
         m_out = nullptr;
     }
+}
+
+bool ProductHost::BusHealth(NatsHealth* out) const {
+    if (!m_nats) return false;
+    *out = m_nats->Health();
+    return true;
 }
 
 int ProductHost::PostIn(const hostemu::MessageSpec& msgFields, IMessageService* from) {
@@ -189,32 +186,38 @@ int ProductHost::PostIn(const hostemu::MessageSpec& msgFields, IMessageService* 
     return rc;
 }
 
-void ProductHost::OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCenter) {
-    json line;  // made only when someone reads it
-    auto lineOf = [&]() -> const json& {
-        if (line.is_null()) line = MessageToJson(msg);
-        return line;
-    };
-    {
-        std::lock_guard<std::mutex> lock(m_outMutex);
-        if (m_out != nullptr) {
-            std::string text = DumpLine(lineOf());
-            text.push_back('\n');
-            fwrite(text.data(), 1, text.size(), m_out);
-            fflush(m_out);
-            ++m_lines;
-        }
+void ProductHost::OnPluginMessage(COutgoing& msg, bool toCenter) {
+    if (toCenter) m_observer.OnToCenter(msg);
+    // The bus first: an answer to a request that came over it gets the
+    // requester's packet id back, and the line shows it so.
+    const bool taken = toCenter && m_nats && m_nats->OnPluginMessage(msg);
+    if (m_out != nullptr) {
+        m_pendingLines += msg.Line();
+        m_pendingLines.push_back('\n');
+        ++m_pendingCount;
     }
     {
         std::lock_guard<std::mutex> lock(m_watchMutex);
-        for (Watch* w : m_watches) {
-            w->lines.push_back(lineOf());
-            if (msg.PacketType() == 1 && msg.FunctionNo() == w->function && msg.PacketId() == w->packetId)
-                w->answer = lineOf();
+        if (!m_watches.empty()) {
+            const json line = json::parse(msg.Line());
+            const bool answer = msg.Int(3) == 1;
+            for (Watch* w : m_watches) {
+                w->lines.push_back(line);
+                if (answer && msg.Int(5) == w->function && msg.Int(11) == w->packetId) w->answer = line;
+            }
+            m_watchCond.notify_all();
         }
     }
-    m_watchCond.notify_all();
-    if (toCenter && m_role) m_role->FromPlugin(msg);
+    if (toCenter && !taken && m_role) m_role->FromPlugin(msg);
+}
+
+void ProductHost::WriteLines() {
+    if (m_out == nullptr || m_pendingLines.empty()) return;
+    if (fwrite(m_pendingLines.data(), 1, m_pendingLines.size(), m_out) != m_pendingLines.size() || fflush(m_out) != 0)
+        Log(std::string("cannot write the publication lines: ") + strerror(errno));
+    m_lines += m_pendingCount;
+    m_pendingCount = 0;
+    m_pendingLines.clear();
 }
 
 ProductHost::Exchange ProductHost::PostAndCollect(const hostemu::MessageSpec& msgFields, bool fromClient, int waitMs) {
@@ -370,7 +373,8 @@ json ProductHost::Manage(int functionId) {
 json ProductHost::Stats() {
     json out = Manage(5);
     auto f = m_host->Factory().Stats();
-    json host = {{"lines_written", m_lines.load()}, {"to_center", m_center.Count()}, {"to_client", m_client.Count()}};
+    json host = {{"lines_written", m_lines.load()}, {"to_center", m_center.Count()}, {"to_client", m_client.Count()},
+                 {"writer_dropped", m_outbox.Dropped()}, {"writer_high_water", m_outbox.HighWater()}};
     const json role = m_role->Counters();
     for (const auto& c : role.items()) host[c.key()] = c.value();
     host["queries"] = m_queries.load();

@@ -50,11 +50,14 @@ public:
     nlohmann::ordered_json Handle(const nlohmann::ordered_json& request);
 
     uint64_t LinesWritten() const { return m_lines.load(); }
+    // The bus's health for monitoring; false when the node is not on a bus.
+    bool BusHealth(NatsHealth* out) const;
 
     // For the metrics and the quote board (valid while started).
     const CHostObserver& Observer() const { return m_observer; }
     hostemu::HostEmulator* Emulator() { return m_host.get(); }
-    const CNatsCenter* Nats() const { return m_nats.get(); }
+    // Messages the writer thread dropped (its queue full).
+    uint64_t OutboxDropped() const { return m_outbox.Dropped(); }
 
 private:
     // What the plug-in sent while one posted message was under way.
@@ -74,7 +77,10 @@ private:
     nlohmann::ordered_json Manage(int functionId);
     nlohmann::ordered_json Pending();
     nlohmann::ordered_json Stats();
-    void OnPluginMessage(const hostemu::MessageSnapshot& msg, bool toCenter);
+    // On the writer thread: every message the plug-in sent, in order.
+    void OnPluginMessage(COutgoing& msg, bool toCenter);
+    void WriteLines();
+    void Log(const std::string& text);
     int ReadConfig(std::string* xml, std::set<int>* subscribeFunctions, int* heartbeatMs);
     int StartBus(const std::string& configXml);
     int AttachBus(const std::set<int>& subscribeFunctions);
@@ -84,13 +90,16 @@ private:
     std::unique_ptr<hostemu::HostEmulator> m_host;
     std::unique_ptr<CenterRole> m_role;
     std::unique_ptr<CNatsCenter> m_nats;  // the message center on NATS, when configured
-    CEndpoint m_center{"mc"};
-    CEndpoint m_client{"client"};
+    COutbox m_outbox;
+    CEndpoint m_center{"mc", &m_outbox, true};
+    CEndpoint m_client{"client", &m_outbox, false};
     CHostObserver m_observer;
 
-    std::mutex m_outMutex;
+    // The lines file; written by the writer thread only, once per batch.
     FILE* m_out = nullptr;
     bool m_ownOut = false;
+    std::string m_pendingLines;
+    uint64_t m_pendingCount = 0;
     std::atomic<uint64_t> m_lines{0};
     std::atomic<uint64_t> m_queries{0}, m_published{0}, m_sent{0};
 

@@ -9,15 +9,21 @@ namespace product {
 
 using json = nlohmann::ordered_json;
 
-std::string ToHex(const void* data, size_t len) {
+// Hex written in place (raw records are the longest cells of a line).
+static void AppendHex(std::string& out, const void* data, size_t len) {
     static const char digits[] = "0123456789abcdef";
     const auto* p = static_cast<const unsigned char*>(data);
-    std::string out;
-    out.reserve(len * 2);
+    const size_t at = out.size();
+    out.resize(at + 2 * len);
     for (size_t i = 0; i < len; ++i) {
-        out.push_back(digits[p[i] >> 4]);
-        out.push_back(digits[p[i] & 15]);
+        out[at + 2 * i] = digits[p[i] >> 4];
+        out[at + 2 * i + 1] = digits[p[i] & 15];
     }
+}
+
+std::string ToHex(const void* data, size_t len) {
+    std::string out;
+    AppendHex(out, data, len);
     return out;
 }
 
@@ -68,33 +74,173 @@ json PackedToJson(const hostemu::PackedBody& body) {
     return {{"columns", std::move(cols)}, {"rows", std::move(rows)}};
 }
 
-json RawItemToJson(const std::vector<char>& raw) {
-    if (raw.empty()) return nullptr;
-    hostemu::PackedBody body;
-    if (hostemu::DecodePacked(raw.data(), static_cast<int>(raw.size()), &body) != 0)
-        return {{"undecodable", ToHex(raw.data(), raw.size())}};
-    return PackedToJson(body);
+namespace {
+
+// True when the text is well-formed UTF-8 (no overlong forms, no
+// surrogates), as the library's own check takes it.
+bool ValidUtf8(const std::string& s) {
+    const size_t size = s.size();
+    for (size_t i = 0; i < size;) {
+        const unsigned char c = static_cast<unsigned char>(s[i]);
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        size_t n;
+        unsigned char lo = 0x80, hi = 0xBF;  // range of the second byte
+        if (c >= 0xC2 && c <= 0xDF) {
+            n = 1;
+        } else if (c >= 0xE0 && c <= 0xEF) {
+            n = 2;
+            if (c == 0xE0) lo = 0xA0;
+            if (c == 0xED) hi = 0x9F;
+        } else if (c >= 0xF0 && c <= 0xF4) {
+            n = 3;
+            if (c == 0xF0) lo = 0x90;
+            if (c == 0xF4) hi = 0x8F;
+        } else {
+            return false;
+        }
+        if (size - i <= n) return false;
+        const unsigned char second = static_cast<unsigned char>(s[i + 1]);
+        if (second < lo || second > hi) return false;
+        for (size_t k = 2; k <= n; ++k)
+            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
+        i += n + 1;
+    }
+    return true;
 }
 
-json MessageToJson(const hostemu::MessageSnapshot& msg) {
-    json j;
-    j["function"] = msg.FunctionNo();
-    j["packet_type"] = msg.PacketType();
-    j["issue_type"] = msg.IssueType();
-    j["packet_id"] = msg.PacketId();
-    j["key"] = msg.Has(54) ? RawItemToJson(msg.Key()) : json(nullptr);
-    j["body"] = msg.Has(8) ? RawItemToJson(msg.Body()) : json(nullptr);
+// A JSON string as the library writes it (escapes of '"', '\\' and control
+// bytes); text that is not UTF-8 is left to the library's replacement.
+void PutString(std::string& out, const std::string& utf8) {
+    if (!ValidUtf8(utf8)) {
+        out += json(utf8).dump(-1, ' ', false, json::error_handler_t::replace);
+        return;
+    }
+    static const char kHex[] = "0123456789abcdef";
+    out.push_back('"');
+    size_t plain = 0;  // start of the run copied as it is
+    for (size_t i = 0; i < utf8.size(); ++i) {
+        const unsigned char c = static_cast<unsigned char>(utf8[i]);
+        if (c >= 0x20 && c != '"' && c != '\\') continue;
+        out.append(utf8, plain, i - plain);
+        plain = i + 1;
+        switch (c) {
+            case '"': out += "\\\""; break;
+            case '\\': out += "\\\\"; break;
+            case '\b': out += "\\b"; break;
+            case '\f': out += "\\f"; break;
+            case '\n': out += "\\n"; break;
+            case '\r': out += "\\r"; break;
+            case '\t': out += "\\t"; break;
+            default:
+                out += "\\u00";
+                out.push_back(kHex[c >> 4]);
+                out.push_back(kHex[c & 15]);
+        }
+    }
+    out.append(utf8, plain, std::string::npos);
+    out.push_back('"');
+}
+
+// A GBK text as a JSON string; ASCII needs no conversion.
+void PutGbk(std::string& out, const std::string& gbk) {
+    for (unsigned char c : gbk)
+        if (c >= 0x80) return PutString(out, hostemu::GbkToUtf8(gbk));
+    PutString(out, gbk);
+}
+
+void PutInt(std::string& out, long long v) { out += std::to_string(v); }
+
+void PutCell(std::string& out, const hostemu::PackCell& c) {
+    switch (c.kind) {
+        case 'I': PutInt(out, c.i); break;
+        case 'D': out += json(c.d).dump(); break;
+        case 'C': PutString(out, hostemu::GbkToUtf8(std::string(1, c.c))); break;
+        case 'S': PutGbk(out, c.bytes); break;
+        case 'R':
+            out.push_back('"');
+            AppendHex(out, c.bytes.data(), c.bytes.size());
+            out.push_back('"');
+            break;
+        default: out += "null";
+    }
+}
+
+void PutRawItem(std::string& out, const std::vector<char>& raw) {
+    hostemu::PackedBody body;
+    if (raw.empty()) {
+        out += "null";
+        return;
+    }
+    if (hostemu::DecodePacked(raw.data(), static_cast<int>(raw.size()), &body) != 0) {
+        out += "{\"undecodable\":\"";
+        AppendHex(out, raw.data(), raw.size());
+        out += "\"}";
+        return;
+    }
+    out += "{\"columns\":[";
+    for (size_t i = 0; i < body.columns.size(); ++i) {
+        const auto& c = body.columns[i];
+        out += i == 0 ? "{\"name\":" : ",{\"name\":";
+        PutGbk(out, c.name);
+        out += ",\"type\":";
+        PutString(out, std::string(1, c.type));
+        out += ",\"width\":";
+        PutInt(out, c.width);
+        out += ",\"scale\":";
+        PutInt(out, c.scale);
+        out.push_back('}');
+    }
+    out += "],\"rows\":[";
+    for (size_t r = 0; r < body.rows.size(); ++r) {
+        out += r == 0 ? "[" : ",[";
+        for (size_t i = 0; i < body.rows[r].size(); ++i) {
+            if (i > 0) out.push_back(',');
+            PutCell(out, body.rows[r][i]);
+        }
+        out.push_back(']');
+    }
+    out += "]}";
+}
+
+}  // namespace
+
+std::string MessageLine(const hostemu::MessageSnapshot& msg) {
+    std::string out;
+    out.reserve(256 + 2 * (msg.Body().size() + msg.Key().size()));
+    out += "{\"function\":";
+    PutInt(out, msg.FunctionNo());
+    out += ",\"packet_type\":";
+    PutInt(out, msg.PacketType());
+    out += ",\"issue_type\":";
+    PutInt(out, msg.IssueType());
+    out += ",\"packet_id\":";
+    PutInt(out, msg.PacketId());
+    out += ",\"key\":";
+    PutRawItem(out, msg.Key());
+    out += ",\"body\":";
+    PutRawItem(out, msg.Body());
     if (msg.ErrorFlag() != 0 || msg.ErrorNo() != 0) {
-        j["error_no"] = msg.ErrorNo();
-        j["error_info"] = hostemu::GbkToUtf8(msg.ErrorInfo());
+        out += ",\"error_no\":";
+        PutInt(out, msg.ErrorNo());
+        out += ",\"error_info\":";
+        PutGbk(out, msg.ErrorInfo());
     }
     if (msg.Has(9)) {
-        json route = json::array();
-        for (int i = 0; i < 4; ++i) route.push_back(hostemu::GbkToUtf8(msg.Route(i)));
-        j["route"] = std::move(route);
+        out += ",\"route\":[";
+        for (int i = 0; i < 4; ++i) {
+            if (i > 0) out.push_back(',');
+            PutGbk(out, msg.Route(i));
+        }
+        out.push_back(']');
     }
-    return j;
+    out.push_back('}');
+    return out;
 }
+
+json MessageToJson(const hostemu::MessageSnapshot& msg) { return json::parse(MessageLine(msg)); }
 
 std::string DumpLine(const json& j) {
     // Every text was converted already; replace guards against a stray byte.

@@ -19,13 +19,12 @@ namespace product {
 // become one-character strings, missing cells null.
 nlohmann::ordered_json PackedToJson(const hostemu::PackedBody& body);
 
-// A raw item as JSON: null when absent, the decoded body when it unpacks,
-// otherwise {"undecodable":"<hex>"}.
-nlohmann::ordered_json RawItemToJson(const std::vector<char>& raw);
-
 // One publication line: function, packet_type, issue_type, packet_id, key
 // (item 54), body (item 8); error_no and error_info for error messages,
-// route (item 9, four texts) when the message has one.
+// route (item 9, four texts) when the message has one. Written directly,
+// compact, no line feed: the same text as DumpLine(MessageToJson(msg)).
+std::string MessageLine(const hostemu::MessageSnapshot& msg);
+// The same line as a JSON object.
 nlohmann::ordered_json MessageToJson(const hostemu::MessageSnapshot& msg);
 
 // The line as written: compact, invalid UTF-8 replaced, no trailing newline.

@@ -145,17 +145,17 @@ void Latency(Families& f, const json& l) {
     fam.metric.push_back(std::move(m));
 }
 
-// The bus counters as they are named in the NATS statistics.
 void Nats(Families& f, const json& nats) {
-    for (const auto& [key, v] : nats.items()) {
-        if (!v.is_number()) continue;
-        if (key == "bus_connected")
-            f.Add("tikron_nats_connected", kGauge, "1 while the NATS connection is up.", {}, v.get<double>());
-        else if (key == "bus_queued_bytes")
-            f.Add("tikron_nats_queued_bytes", kGauge, "Bytes queued for the NATS sender.", {}, v.get<double>());
-        else
-            f.Add("tikron_nats_" + key + "_total", kCounter, "NATS center counter " + key + ".", {}, v.get<double>());
-    }
+    f.One("tikron_nats_connected", kGauge, "1 while the NATS connection is up.", nats, "connected");
+    f.One("tikron_nats_dropped_total", kCounter, "Publications the bus could not send.", nats, "dropped");
+    f.One("tikron_nats_too_large_total", kCounter, "Messages larger than the bus carries.", nats, "too_large");
+    f.One("tikron_nats_slow_consumers_total", kCounter, "Episodes of a subscription falling behind.", nats,
+          "slow_consumers");
+    f.One("tikron_nats_slow_consumer_dropped_total", kCounter, "Messages the subscriptions dropped meanwhile.",
+          nats, "slow_consumer_dropped");
+    f.One("tikron_nats_reassembly_errors_total", kCounter, "Chunks refused and partial messages expired.", nats,
+          "reassembly_errors");
+    f.One("tikron_nats_reconnects_total", kCounter, "Reconnections to the NATS server.", nats, "reconnects");
 }
 
 }  // namespace

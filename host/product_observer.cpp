@@ -8,11 +8,6 @@ namespace {
 
 constexpr int kHeartbeatFunction = 620000;
 
-int IntItem(IESBMessage* msg, int tag) {
-    IESBMessageItem* item = msg->GetItem(tag);
-    return item != nullptr ? item->GetInt(0) : 0;
-}
-
 bool Has(const std::string& text, const char* needle) { return text.find(needle) != std::string::npos; }
 
 int64_t NowNs() {
@@ -22,11 +17,10 @@ int64_t NowNs() {
 
 }  // namespace
 
-void CHostObserver::OnToCenter(IESBMessage* msg) {
-    if (msg == nullptr) return;
-    const int function = IntItem(msg, 5);
-    if ((function != 620003 && function != 620031) || IntItem(msg, 3) != 0) return;
-    const int issueType = IntItem(msg, 53);  // every publication carries one
+void CHostObserver::OnToCenter(COutgoing& msg) {
+    const int function = msg.Int(5);
+    if ((function != 620003 && function != 620031) || msg.Int(3) != 0) return;
+    const int issueType = msg.Int(53);  // every publication carries one
     std::lock_guard<std::mutex> lock(m_mutex);
     ++m_publications[{function, issueType}];
 }

@@ -10,15 +10,15 @@
 #include <mutex>
 #include <utility>
 
-#include "frame/host_interfaces.h"
 #include "host/host_log.h"
+#include "host/product_endpoint.h"
 
 namespace product {
 
 class CHostObserver {
 public:
-    // A message the plug-in sent towards the center (before it is handled).
-    void OnToCenter(IESBMessage* msg);
+    // A message the plug-in sent towards the center.
+    void OnToCenter(COutgoing& msg);
     // A line of the host log.
     void OnLogLine(const hostemu::LogLine& line);
     // A message posted into the plug-in, with the plug-in's PostMsg result.

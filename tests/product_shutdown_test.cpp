@@ -11,7 +11,8 @@ TEST(ProductShutdown, SigtermUnderLoadExitsWithinTwoSeconds) {
     ASSERT_TRUE(host.Ready()) << ReadFile(host.err);
     Process feed({Bin("tikron-feed"), "--port", std::to_string(port), "--synthetic", "5000", "--rate", "100000",
                   "--seconds", "8"}, "", dir / "feed.out", dir / "feed.err");
-    ASSERT_TRUE(WaitUntil([&] { return JsonLines(host.pubs).size() > 1000; }, 20000));
+    ASSERT_TRUE(WaitUntil([&] { return Control(host.sock, {{"cmd", "stats"}})["host"].value("lines_written", 0) > 1000; },
+                          20000));
     std::this_thread::sleep_for(std::chrono::seconds(1));
     ASSERT_TRUE(feed.Running()) << "the feed ended before the stop";
 
