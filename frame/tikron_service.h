@@ -7,6 +7,7 @@
 #include <atomic>
 #include <mutex>
 
+#include "frame/ingest_stats.h"
 #include "frame/message_service.h"
 #include "frame/scratch_records.h"
 #include "frame/service_threads.h"
@@ -108,12 +109,20 @@ public:
     std::atomic<unsigned int> m_uiRecvCJNum;
     std::atomic<unsigned int> m_uiRecvWTQRNum;
     pthread_t m_hThread;
+    CIngestStats m_szIngestStats;
+
+    // The host's optional statistics facet (frame/stats_sink.h): asked for
+    // at the end of OnStart, given up at the start of OnStop.
+    void AttachStatsSink();
+    void DetachStatsSink();
+    static void FillStats(void* service, tagTikronStats* out);
 
 private:
     void RefreshSubscribeTime();
     void DeleteTables();
     friend void* DoUDPData(void* service);
     bool m_bThreadStarted = false;
+    ITikronStatsSink* m_lpStatsSink = nullptr;
     // Held by the datagram consumer while a handler runs and by OnStop while
     // it frees the tables and the packer those handlers use.
     std::mutex m_udpWork;

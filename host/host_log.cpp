@@ -64,6 +64,7 @@ int CHostLog::QueryInterface(const char* id, IKnown** out) {
         *out = this;
         return 1;
     }
+    if (m_statsSink.QueryInterface(id, out) != 0) return 1;
     *out = nullptr;
     return 0;
 }
@@ -84,6 +85,7 @@ int CHostLog::AddLog(const char* function, int code, const char* text) {
     line.raw = text != nullptr ? text : "";
     while (!line.raw.empty() && (line.raw.back() == '\n' || line.raw.back() == '\r')) line.raw.pop_back();
     line.text = GbkToUtf8(line.raw);
+    if (m_tap) m_tap(line);
 
     timeval tv;
     gettimeofday(&tv, nullptr);

@@ -6,11 +6,13 @@
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "frame/host_interfaces.h"
+#include "host/host_stats_sink.h"
 
 namespace hostemu {
 
@@ -41,6 +43,11 @@ public:
     int OpenFile(const std::string& path);  // 0, or errno (appends)
     void SetStderr(bool on) { m_stderr = on; }
 
+    // Sees every line as it is written (set before the plug-in is loaded).
+    void SetTap(std::function<void(const LogLine&)> tap) { m_tap = std::move(tap); }
+    // The statistics sink this log answers QueryInterface with.
+    CStatsSink& StatsSink() { return m_statsSink; }
+
     std::vector<LogLine> Lines() const;
     size_t Count() const;
     // Matching: a line matches when its UTF-8 text, its raw (GBK) text or its
@@ -58,6 +65,8 @@ private:
     size_t m_capacity;
     FILE* m_file = nullptr;
     bool m_stderr = false;
+    std::function<void(const LogLine&)> m_tap;
+    CStatsSink m_statsSink;
 };
 
 }  // namespace hostemu

@@ -84,6 +84,7 @@ int ProductHost::Start() {
 
     if (StartBus(o.configXml) != 0) return -1;
     m_host = std::make_unique<hostemu::HostEmulator>(o);
+    m_host->Log().SetTap([this](const hostemu::LogLine& l) { m_observer.OnLogLine(l); });
     for (bool toCenter : {true, false})
         (toCenter ? m_centerOut : m_clientOut)
             .Start([this, toCenter](COutgoing& m) { OnPluginMessage(m, toCenter); },
@@ -186,10 +187,12 @@ int ProductHost::PostIn(const hostemu::MessageSpec& msgFields, IMessageService* 
     IESBMessage* msg = hostemu::BuildMessage(m_host->Factory(), msgFields);
     const int rc = svc->PostMsg(msg, from);
     if (rc != 0) msg->Release();
+    m_observer.OnPostedIn(msgFields.functionNo, rc);
     return rc;
 }
 
 void ProductHost::OnPluginMessage(COutgoing& msg, bool toCenter) {
+    if (toCenter) m_observer.OnToCenter(msg);
     // The bus first: an answer to a request that came over it gets the
     // requester's packet id back, and the line shows it so.
     const bool taken = toCenter && m_nats && m_nats->OnPluginMessage(msg);

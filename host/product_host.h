@@ -19,6 +19,7 @@
 #include "host/nats_center.h"
 #include "host/product_center.h"
 #include "host/product_endpoint.h"
+#include "host/product_observer.h"
 
 namespace product {
 
@@ -51,6 +52,12 @@ public:
     uint64_t LinesWritten() const { return m_lines.load(); }
     // The bus's health for monitoring; false when the node is not on a bus.
     bool BusHealth(NatsHealth* out) const;
+
+    // For the metrics and the quote board (valid while started).
+    const CHostObserver& Observer() const { return m_observer; }
+    hostemu::HostEmulator* Emulator() { return m_host.get(); }
+    // Messages the writer thread dropped (its queue full).
+    uint64_t OutboxDropped() const { return m_outbox.Dropped(); }
 
 private:
     // What the plug-in sent while one posted message was under way.
@@ -88,6 +95,7 @@ private:
     COutbox m_centerOut, m_clientOut;
     CEndpoint m_center{"mc", &m_centerOut};
     CEndpoint m_client{"client", &m_clientOut};
+    CHostObserver m_observer;
 
     // The lines file, written once per batch of either writer.
     std::mutex m_outMutex;

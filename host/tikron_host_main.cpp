@@ -12,6 +12,7 @@
 
 #include "host/product_control.h"
 #include "host/product_host.h"
+#include "host/product_web.h"
 
 namespace {
 
@@ -45,6 +46,10 @@ int main(int argc, char** argv) {
     app.add_option("--nats", opt.natsUrl,
                    "message center on this NATS server, e.g. nats://127.0.0.1:4222 (default: <host nats_url>, "
                    "else in-process)");
+    std::string metrics;
+    app.add_option("--metrics", metrics,
+                   "serve Prometheus metrics (/metrics) and the quote board (/, /api/) on ADDR:PORT, "
+                   "e.g. 127.0.0.1:9464 (port 0: any free port)");
     CLI11_PARSE(app, argc, argv);
     if (opt.pluginPath.empty()) opt.pluginPath = DefaultPluginPath();
 
@@ -68,13 +73,22 @@ int main(int argc, char** argv) {
         host.Stop();
         return 1;
     }
+    product::CWebBoard board(host);
+    if (!metrics.empty() && board.Start(metrics) != 0) {
+        fprintf(stderr, "tikron-host: metrics: %s\n", board.Error().c_str());
+        server.Stop();
+        host.Stop();
+        return 1;
+    }
     fprintf(stderr, "tikron-host: running %s (pid %d)%s%s\n", opt.pluginPath.c_str(), static_cast<int>(getpid()),
             control.empty() ? "" : ", control ", control.c_str());
+    if (!metrics.empty()) fprintf(stderr, "tikron-host: metrics and quote board on port %d\n", board.Port());
 
     int sig = 0;
     while (sigwait(&stopSignals, &sig) != 0) {
     }
     fprintf(stderr, "tikron-host: %s, stopping\n", sig == SIGINT ? "SIGINT" : "SIGTERM");
+    board.Stop();
     server.Stop();
     host.Stop();
     fprintf(stderr, "tikron-host: stopped, %llu lines written\n",

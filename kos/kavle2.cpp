@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -222,7 +223,25 @@ namespace {
 constexpr int kBatch = 32;             // datagrams per recvmmsg call
 constexpr size_t kDatagramMax = 65536; // larger than any UDP payload
 constexpr int kPollMs = 100;           // upper bound for noticing a stop
+constexpr size_t kControlBytes = CMSG_SPACE(sizeof(uint32_t));  // SO_RXQ_OVFL count
+
+std::atomic<unsigned long> g_udpReceived{0};
+std::atomic<unsigned long> g_udpDropped{0};
+
+// The socket's drop count carried by a received message, or -1.
+long DropCount(const msghdr& h) {
+    for (cmsghdr* c = CMSG_FIRSTHDR(&h); c != nullptr; c = CMSG_NXTHDR(const_cast<msghdr*>(&h), c)) {
+        if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
+            uint32_t n = 0;
+            memcpy(&n, CMSG_DATA(c), sizeof n);
+            return static_cast<long>(n);
+        }
+    }
+    return -1;
+}
 }  // namespace
+
+UDPRecvTotals GetUDPRecvTotals() { return {g_udpReceived.load(), g_udpDropped.load()}; }
 
 struct CUDPBroadcast::Impl {
     int fd = -1;
@@ -234,6 +253,7 @@ struct CUDPBroadcast::Impl {
     bool threadStarted = false;
     std::atomic<bool> stop{false};
     std::atomic<unsigned long> count{0};
+    uint32_t drops = 0;         // the socket's drop count seen last
     std::vector<char> buffers;  // kBatch * kDatagramMax
 
     static void* Loop(void* self);
@@ -248,6 +268,7 @@ void* CUDPBroadcast::Impl::Loop(void* self) {
     Impl* impl = static_cast<Impl*>(self);
     mmsghdr msgs[kBatch];
     iovec iovs[kBatch];
+    alignas(cmsghdr) char control[kBatch][kControlBytes];
     pollfd fds[2] = {{impl->fd, POLLIN, 0}, {impl->wakeFd, POLLIN, 0}};
     while (!impl->stop.load(std::memory_order_acquire)) {
         int pr = poll(fds, 2, kPollMs);
@@ -263,9 +284,18 @@ void* CUDPBroadcast::Impl::Loop(void* self) {
                 memset(&msgs[i], 0, sizeof(msgs[i]));
                 msgs[i].msg_hdr.msg_iov = &iovs[i];
                 msgs[i].msg_hdr.msg_iovlen = 1;
+                msgs[i].msg_hdr.msg_control = control[i];
+                msgs[i].msg_hdr.msg_controllen = kControlBytes;
             }
             int n = recvmmsg(impl->fd, msgs, kBatch, MSG_DONTWAIT, nullptr);
             if (n <= 0) break;  // EAGAIN (drained) or error: back to poll
+            // The count is the socket's running total: the batch's last says it all.
+            long drops = DropCount(msgs[n - 1].msg_hdr);
+            if (drops >= 0 && static_cast<uint32_t>(drops) != impl->drops) {
+                g_udpDropped.fetch_add(static_cast<uint32_t>(drops) - impl->drops, std::memory_order_relaxed);
+                impl->drops = static_cast<uint32_t>(drops);
+            }
+            g_udpReceived.fetch_add(static_cast<unsigned long>(n), std::memory_order_relaxed);
             for (int i = 0; i < n; ++i) {
                 int len = static_cast<int>(msgs[i].msg_len);
                 if (len > static_cast<int>(kDatagramMax)) len = static_cast<int>(kDatagramMax);
@@ -292,7 +322,8 @@ int CUDPBroadcast::Init(unsigned port, UDPRecvCallback callback, void* context) 
     if (fd < 0) return errno != 0 ? errno : -1;
     int on = 1;
     if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
-        setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof(on)) != 0) {
+        setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof(on)) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof(on)) != 0) {
         int e = errno;
         close(fd);
         return e != 0 ? e : -1;

@@ -97,4 +97,13 @@ private:
 // Milliseconds since the process started.
 unsigned long GetTimeSinceStart();
 
+// Totals of every CUDPBroadcast of the process: datagrams delivered to the
+// callbacks, and datagrams the kernel dropped because a receive buffer was
+// full (SO_RXQ_OVFL). For the host's metrics; plug-ins do not call it.
+struct UDPRecvTotals {
+    unsigned long received;
+    unsigned long dropped;
+};
+UDPRecvTotals GetUDPRecvTotals();
+
 }  // namespace KAVLE2

@@ -85,8 +85,11 @@ CEvent::~CEvent() {
 void CEvent::Notify() {
     pthread_mutex_lock(&mutex);
     bSignaled = true;
-    pthread_cond_signal(&ptcond);
     pthread_mutex_unlock(&mutex);
+    // Signalled after the unlock: a waiter woken while the mutex is still
+    // held would only block on it again (a second wake-up per datagram).
+    // A waiter that saw the flag unset is already inside the wait.
+    pthread_cond_signal(&ptcond);
 }
 
 void CEvent::Reset() {

@@ -4,7 +4,8 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
-          libpugixml-dev nlohmann-json3-dev libcli11-dev nats-server libnats-dev)
+          libpugixml-dev nlohmann-json3-dev libcli11-dev nats-server libnats-dev prometheus-cpp-dev chromium
+          fonts-wqy-microhei)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -42,6 +42,7 @@ CTIKRONServiceImpl::CTIKRONServiceImpl()
 }
 
 CTIKRONServiceImpl::~CTIKRONServiceImpl() {
+    DetachStatsSink();  // also when the host skipped OnStop
     // Workers call this object's virtual handlers: they end before any part
     // of it is destroyed, also when the host skipped OnStop.
     StopThreads();
@@ -129,6 +130,15 @@ void CTIKRONServiceImpl::OnStart() {
         TikronLog(m_lpLogService, kFn, "%s", line);
         printf("\n%s\n", line);
         fflush(stdout);
+        // Without CAP_NET_ADMIN the kernel caps the buffer at net.core.rmem_max
+        // and bursts overflow it; say so, with both ways out.
+        if (granted >= 0 && granted < want) {
+            TikronLog(m_lpLogService, kFn,
+                      "warning: udp recv-buffer smaller than requested, requested: %lld bytes, granted: %d bytes; "
+                      "give the host process CAP_NET_ADMIN (systemd: AmbientCapabilities=CAP_NET_ADMIN) or raise "
+                      "the sysctl net.core.rmem_max to at least %lld!",
+                      want, granted, want);
+        }
         m_pUDPRecv->Start();
         TikronLog(m_lpLogService, kFn, "udp recv start on port: %d!", m_iUDPPort);
     } else {
@@ -136,6 +146,7 @@ void CTIKRONServiceImpl::OnStart() {
     }
 
     CMessageServiceImpl::OnStart();
+    AttachStatsSink();
 }
 
 void CTIKRONServiceImpl::DeleteTables() {
@@ -150,6 +161,7 @@ void CTIKRONServiceImpl::DeleteTables() {
 }
 
 void CTIKRONServiceImpl::OnStop() {
+    DetachStatsSink();  // no fill may run while the tables go
     if (m_pUDPRecv != nullptr) {
         m_pUDPRecv->Destroy();
         // The receiver object is freed here too; it used to be forgotten.

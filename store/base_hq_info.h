@@ -264,7 +264,9 @@ public:
     int LoadFromFile() {
         bool bLoaded = false;
         // An update cut by a kill is completed from the journal first.
-        if (tikron_store::SnapshotMirror::ReplayJournal(m_cHQDBPath, kHeadSize, kSlotSize) < 0) {
+        const int replayed = tikron_store::SnapshotMirror::ReplayJournal(m_cHQDBPath, kHeadSize, kSlotSize);
+        if (replayed > 0) m_ullJournalReplays.fetch_add(1, std::memory_order_relaxed);
+        if (replayed < 0) {
             Log("CBaseHQInfo::LoadFromFile", "写文件%s失败, 错误代码: %d!\n", m_cHQDBPath, errno);
         }
         tikron_store::SnapshotFile in;
@@ -293,6 +295,12 @@ public:
         m_bHeadOnDisk = bLoaded && err == 0;
         return 0;
     }
+
+    // Snapshot file figures since construction: failed writes, fallbacks
+    // from the mapped file to positioned writes, journal entries replayed.
+    uint64_t GetWriteFailures() const { return m_ullWriteFailures.load(std::memory_order_relaxed); }
+    uint64_t GetMapFallbacks() const { return m_ullMapFallbacks.load(std::memory_order_relaxed); }
+    uint64_t GetJournalReplays() const { return m_ullJournalReplays.load(std::memory_order_relaxed); }
 
     // Counters (statistics; read them through the getters above).
     std::atomic<uint64_t> m_dwRecvNum{0};
@@ -346,7 +354,9 @@ private:
 
     void LogMapFailure() {
         int err = m_file.TakeMapError();
-        if (err == 0 || m_lpLogService == nullptr) return;
+        if (err == 0) return;
+        m_ullMapFallbacks.fetch_add(1, std::memory_order_relaxed);
+        if (m_lpLogService == nullptr) return;
         uint64_t suppressed = 0;
         if (!m_mapLimiter.Allow(suppressed)) return;
         Log("CBaseHQInfo::WriteToFile", "映射文件%s失败, 错误代码: %d, 改为逐笔写文件!\n", m_cHQDBPath, err);
@@ -362,6 +372,7 @@ private:
     }
 
     void LogWriteFailure(int err) {
+        m_ullWriteFailures.fetch_add(1, std::memory_order_relaxed);
         if (m_lpLogService == nullptr) return;  // keep the first line for when a log is set
         uint64_t suppressed = 0;
         if (!m_writeLimiter.Allow(suppressed)) return;
@@ -466,6 +477,9 @@ private:
     int m_iSlotsUsed = 0;
     time_t m_tDateSec = 0;
     int m_iDate = 0;
+    std::atomic<uint64_t> m_ullWriteFailures{0};
+    std::atomic<uint64_t> m_ullMapFallbacks{0};
+    std::atomic<uint64_t> m_ullJournalReplays{0};
     tikron_store::FailureLogLimiter m_writeLimiter;
     tikron_store::FailureLogLimiter m_mapLimiter;
 };

@@ -190,6 +190,7 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
         EXPECT_EQ((std::vector<uint64_t>{10, 99, 10}),
                   (std::vector<uint64_t>{LoadedStamp(t, 0), LoadedStamp(t, 1), LoadedStamp(t, 2)}));
         EXPECT_EQ(FileSize(path), static_cast<long>(16 + 3 * kR));
+        EXPECT_EQ(t.GetJournalReplays(), 1u);
     }
     // Entries that must not be replayed.
     SlotEx wrongNo = next;
@@ -213,6 +214,7 @@ TEST(SnapshotJournal, CommittedEntryRepairsATornSlotAndOnlyThen) {
         CTIKRONInfo_EX t(path.c_str());
         EXPECT_EQ(LoadedStamp(t, 1), 10u) << c.first;
         EXPECT_EQ(t.GetCount(), 3u) << c.first;
+        EXPECT_EQ(t.GetJournalReplays(), 0u) << c.first;
     }
     // A replayed entry is marked applied: a second load leaves the slot alone.
     WriteFile(path, SnapshotOf(3, 10));
@@ -277,6 +279,10 @@ TEST(SnapshotFailure, FileThatCannotGrowKeepsTableAndCatchesUpLater) {
     }
     EXPECT_EQ(writeLines, 1u) << "rate-limited";
     EXPECT_EQ(mapLines, 1u) << "rate-limited";
+    // Counted all the same: keys 4..12 fail to append in each of 3 rounds.
+    EXPECT_EQ(t->GetWriteFailures(), 27u);
+    EXPECT_GE(t->GetMapFallbacks(), 1u);
+
     // Room again: the next new key fills the gap in slot order.
     for (int k : {K, 0, 3, 6, 9, K}) {
         tagHQInfo_EX u = Stamped(k, static_cast<uint64_t>(9000 + k));

@@ -2,8 +2,11 @@
 // built programs, waiting with bounds, reading JSON lines.
 #pragma once
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -183,6 +186,43 @@ inline int Ctl(const std::string& sock, const std::vector<std::string>& args, st
     std::vector<std::string> argv = {Bin("tikron-ctl"), "--control", sock};
     argv.insert(argv.end(), args.begin(), args.end());
     return RunProgram(argv, out, 60000, err);
+}
+
+// GET http://127.0.0.1:port/path: the status code and body in *body; -1
+// when the connection fails.
+inline int HttpGet(int port, const std::string& path, std::string* body) {
+    int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    timeval tv{10, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(static_cast<uint16_t>(port));
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::string reply;
+    if (connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) {
+        const std::string req = "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+        if (send(fd, req.data(), req.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(req.size())) {
+            char buf[65536];
+            for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;) reply.append(buf, static_cast<size_t>(n));
+        }
+    }
+    close(fd);
+    const size_t end = reply.find("\r\n\r\n");
+    if (reply.compare(0, 9, "HTTP/1.1 ") != 0 || end == std::string::npos) return -1;
+    if (body) *body = reply.substr(end + 4);
+    return atoi(reply.c_str() + 9);
+}
+
+// A tikron-host started with --metrics 127.0.0.1:0: the port it reports.
+inline int MetricsPort(HostRun& host) {
+    int port = 0;
+    WaitUntil([&] {
+        const std::string err = ReadFile(host.err);
+        const size_t p = err.find("quote board on port ");
+        if (p != std::string::npos) port = atoi(err.c_str() + p + 20);
+        return port > 0;
+    }, 30000);
+    return port;
 }
 
 // Hex string to bytes (publication raw columns).

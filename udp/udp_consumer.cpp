@@ -2,6 +2,7 @@
 // consumer thread takes them in arrival order and dispatches by type.
 #include <pthread.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -49,6 +50,11 @@ BlockPoolReaper g_poolReaper;
 
 bool FitsPool(size_t bytes) { return bytes <= BlockPool::kBlockBytes; }
 
+// Queued block of a datagram of len bytes: the length, the bytes, a NUL and
+// the receipt time (8 bytes, 0 when not timed).
+constexpr size_t kStampBytes = sizeof(uint64_t);
+size_t BlockBytes(int len) { return static_cast<size_t>(len) + 5 + kStampBytes; }
+
 // A block of at least `bytes` bytes, or null when memory is out.
 char* TakeBlock(size_t bytes) {
     if (!FitsPool(bytes)) return static_cast<char*>(malloc(bytes));
@@ -74,7 +80,7 @@ void GiveBackBlocks(std::vector<char*>& blocks) {
 // Frees a handled block or collects it for the recycler (given back in
 // groups, one lock per group).
 void Retire(char* item, int len, std::vector<char*>& spare) {
-    if (!FitsPool(static_cast<size_t>(len) + 5)) {
+    if (!FitsPool(BlockBytes(len))) {
         free(item);
         return;
     }
@@ -84,12 +90,13 @@ void Retire(char* item, int len, std::vector<char*>& spare) {
 
 }  // namespace
 
-// Queued block: int length, the datagram bytes, one NUL.
+// Queued block: int length, the datagram bytes, one NUL, the receipt time.
 int CTIKRONServiceImpl::mf_OnUDPReceive(void* data, int len) {
     if (data == nullptr || len <= 0) return -1;
     // Rejects lengths whose block size would overflow int arithmetic.
-    if (len > 0x7fffffff - 5) return -1;
-    char* block = TakeBlock(static_cast<size_t>(len) + 5);
+    if (len > 0x7fffffff - 5 - static_cast<int>(kStampBytes)) return -1;
+    const uint64_t stamp = m_szIngestStats.Timed() ? CIngestStats::NowNs() : 0;
+    char* block = TakeBlock(BlockBytes(len));
     if (block == nullptr) {
         TikronLog(m_lpLogService, "CTIKRONServiceImpl::mf_OnUDPReceive", "分配内存失败, 丢弃数据, 长度: %d!", len);
         return -1;
@@ -97,6 +104,8 @@ int CTIKRONServiceImpl::mf_OnUDPReceive(void* data, int len) {
     memcpy(block, &len, sizeof(int));
     memcpy(block + 4, data, static_cast<size_t>(len));
     block[4 + len] = '\0';
+    memcpy(block + 5 + len, &stamp, kStampBytes);
+    m_szIngestStats.OnQueued();
     m_qUDPData.Push(block);
     return 0;
 }
@@ -116,10 +125,16 @@ void* DoUDPData(void* service) {
             batch.pop_front();
             int len = 0;
             memcpy(&len, item, sizeof(int));
+            uint64_t stamp = 0;
+            memcpy(&stamp, item + 5 + len, kStampBytes);
+            // A handler that took a message published (or answered) something.
+            const unsigned long taken = stamp != 0 ? __atomic_load_n(&g_ulGetESBNum, __ATOMIC_RELAXED) : 0;
             {
                 std::lock_guard<std::mutex> guard(svc->m_udpWork);
                 svc->DoUDPHelper(item + 4, len);
             }
+            svc->m_szIngestStats.OnHandled(static_cast<unsigned char>(item[4]), stamp,
+                                           stamp != 0 && __atomic_load_n(&g_ulGetESBNum, __ATOMIC_RELAXED) != taken);
             Retire(item, len, spare);
         }
         // Blocks held back while idle would starve the receiver.
