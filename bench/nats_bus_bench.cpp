@@ -36,6 +36,7 @@
 
 #include "host/host_emulator.h"
 #include "host/nats_bus.h"
+#include "testing/temp_dir.h"
 #include "tools/feed/synthetic_quotes.h"
 
 namespace {
@@ -77,11 +78,6 @@ pid_t Spawn(const std::vector<std::string>& argv, const std::string& cwd) {
 void Kill(pid_t pid) {
     kill(pid, SIGTERM);
     waitpid(pid, nullptr, 0);
-}
-
-std::string Dir() {
-    char tmpl[] = "/tmp/tikron-natsbench.XXXXXX";
-    return mkdtemp(tmpl);
 }
 
 std::string NodeXml(const std::string& dir, int id, int udp, const std::string& url, const std::string& mc,
@@ -149,7 +145,8 @@ natsbus::BusOptions Client(const std::string& url, const char* who) {
 
 // Highest paced datagram rate at which every publication of node A arrived.
 double LossFreeRate(const std::string& url, bool json, double* perDatagram, std::vector<size_t>* sizes) {
-    std::string dir = Dir();
+    const testing_support::TempDir tdir;  // removed with the object
+    const std::string& dir = tdir.path();
     const int udp = FreePort(SOCK_DGRAM);
     pid_t a = StartNode(dir, NodeXml(dir, 1, udp, url, "", json));
     natsbus::CNatsBus sub;
@@ -184,7 +181,6 @@ double LossFreeRate(const std::string& url, bool json, double* perDatagram, std:
         best = rate;
     }
     Kill(a);
-    system(("rm -rf " + dir).c_str());
     return best;
 }
 
@@ -226,7 +222,8 @@ void PrintPct(const char* what, const Pct& p) {
 
 // UDP into A until B's 33100 conversion of the same quote is heard.
 Pct CrossNode(const std::string& url) {
-    std::string da = Dir(), db = Dir();
+    const testing_support::TempDir tda, tdb;
+    const std::string &da = tda.path(), &db = tdb.path();
     const int udp = FreePort(SOCK_DGRAM);
     pid_t a = StartNode(da, NodeXml(da, 1, udp, url, "", false));
     pid_t b = StartNode(db, NodeXml(db, 2, 0, url,
@@ -270,7 +267,6 @@ Pct CrossNode(const std::string& url) {
     printf("  cross-node: %zu of %ld quotes taken in by B\n", lat.size(), total);
     Kill(a);
     Kill(b);
-    system(("rm -rf " + da + " " + db).c_str());
     return Percentiles(lat);
 }
 
@@ -307,7 +303,8 @@ Pct PlainLatency(const std::string& url, size_t size) {
 
 // UDP into the plug-in until its issue-22 publication reaches the center.
 Pct InProcess() {
-    std::string dir = Dir();
+    const testing_support::TempDir tdir;  // removed with the object
+    const std::string& dir = tdir.path();
     const int udp = FreePort(SOCK_DGRAM);
     hostemu::HostOptions o;
     o.pluginPath = TIKRON_PLUGIN_PATH;
@@ -339,14 +336,14 @@ Pct InProcess() {
     std::lock_guard<std::mutex> lock(mutex);
     for (size_t i = 0; i < std::min(stamps.size(), arrivals.size()); ++i) lat.push_back(arrivals[i] - stamps[i]);
     if (chdir(cwd) != 0) perror("chdir");
-    system(("rm -rf " + dir).c_str());
     return Percentiles(lat);
 }
 
 // A late node's start until it holds all of A's 10,000 contracts.
 double WholeTableSync(const std::string& url) {
     const int contracts = 10000;
-    std::string da = Dir(), dc = Dir();
+    const testing_support::TempDir tda, tdc;
+    const std::string &da = tda.path(), &dc = tdc.path();
     const int udp = FreePort(SOCK_DGRAM);
     pid_t a = StartNode(da, NodeXml(da, 1, udp, url, "", false));
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
@@ -378,7 +375,6 @@ double WholeTableSync(const std::string& url) {
     }
     Kill(c);
     Kill(a);
-    system(("rm -rf " + da + " " + dc).c_str());
     return took;
 }
 
@@ -387,7 +383,8 @@ double WholeTableSync(const std::string& url) {
 int main(int argc, char** argv) {
     if (argc > 1) g_trial = atof(argv[1]) > 0 ? atof(argv[1]) : g_trial;
     const int port = FreePort(SOCK_STREAM);
-    std::string sdir = Dir();
+    const testing_support::TempDir tsdir;
+    const std::string& sdir = tsdir.path();
     const char* server = access("/usr/sbin/nats-server", X_OK) == 0 ? "/usr/sbin/nats-server" : "/usr/bin/nats-server";
     pid_t srv = Spawn({server, "-a", "127.0.0.1", "-p", std::to_string(port)}, sdir);
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
@@ -409,6 +406,5 @@ int main(int argc, char** argv) {
     PrintPct("in-process: UDP -> publication", InProcess());
     printf("whole-table synchronisation of 10,000 contracts: %.2f s to equal tables\n", WholeTableSync(url));
     Kill(srv);
-    system(("rm -rf " + sdir).c_str());
     return 0;
 }

@@ -73,9 +73,9 @@ json CollectFigures(ProductHost& host) {
                   {"parse_failures", obs.ParseFailures()},
                   {"unknown_types", obs.UnknownTypes()}};
     out["publications"] = pubs;
-    // Plug-in messages the center could not take: the host's writer queue
+    // Plug-in messages the center could not take: the host's center writer queue
     // full, or the bus unable to send them.
-    const uint64_t centerRefused = host.OutboxDropped() + Num(nats, "dropped") + Num(nats, "too_large");
+    const uint64_t centerRefused = host.CenterOutboxDropped() + Num(nats, "dropped") + Num(nats, "too_large");
     out["messages"] = {{"to_center", Num(hostCounters, "to_center")},
                        {"to_client", Num(hostCounters, "to_client")},
                        {"refused_by_plugin", obs.RefusedByPlugin()},

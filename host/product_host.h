@@ -56,8 +56,8 @@ public:
     // For the metrics and the quote board (valid while started).
     const CHostObserver& Observer() const { return m_observer; }
     hostemu::HostEmulator* Emulator() { return m_host.get(); }
-    // Messages the writer thread dropped (its queue full).
-    uint64_t OutboxDropped() const { return m_outbox.Dropped(); }
+    // Messages for the center its writer thread dropped (queue full).
+    uint64_t CenterOutboxDropped() const { return m_centerOut.Dropped(); }
 
 private:
     // What the plug-in sent while one posted message was under way.
