@@ -39,7 +39,7 @@
 #include "kos/kavle2.h"
 #include "bench/bench_quotes.h"
 #include "store/hq_tables.h"
-#include "testing/scratch_service.h"
+#include "testing/service_test_support.h"
 
 namespace {
 

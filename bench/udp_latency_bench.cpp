@@ -33,7 +33,7 @@
 #include "bench/bench_quotes.h"
 #include "frame/tikron_service.h"
 #include "kos/kavle2.h"
-#include "testing/scratch_service.h"
+#include "testing/service_test_support.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include "bench/bench_quotes.h"
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
-#include "testing/scratch_service.h"
+#include "testing/service_test_support.h"
 #include "quote/quote_publish.h"
 
 namespace {

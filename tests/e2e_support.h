@@ -248,10 +248,10 @@ protected:
     // for the answer with its packet id.
     bool Ask(int function, const PackedBody& body, MessageSnapshot* answer, bool inKeyItem = false,
              int packetType = 0, int waitMs = 3000) {
-        MessageSpec spec(function, packetType);
-        const int id = spec.packetId = ++nextId_;
-        (inKeyItem ? spec.key : spec.body) = hostemu::EncodePacked(body);
-        if (host_->PostFromClient(spec) != 0) return false;
+        MessageSpec request(function, packetType);
+        const int id = request.packetId = ++nextId_;
+        (inKeyItem ? request.key : request.body) = hostemu::EncodePacked(body);
+        if (host_->PostFromClient(request) != 0) return false;
         return host_->Center().WaitFor(
             [&](const MessageSnapshot& m) { return m.PacketId() == id && m.FunctionNo() == function && m.PacketType() == 1; },
             waitMs, answer);

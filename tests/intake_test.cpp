@@ -70,7 +70,7 @@ TEST_F(Intake, RefusalsReturnTheirCodeLogTheirLineAndChangeNothing) {
     const size_t before = Counts();
     CMessageServiceThread worker;
     worker.SetOwnerService(svc_);
-    auto spec = [](int packetType, int issueType, const PackedBody* body) {
+    auto publication = [](int packetType, int issueType, const PackedBody* body) {
         MessageSpec s(620003, packetType);
         s.issueType = issueType;
         if (body != nullptr) s.body = hostemu::EncodePacked(*body);
@@ -81,30 +81,30 @@ TEST_F(Intake, RefusalsReturnTheirCodeLogTheirLineAndChangeNothing) {
                      type9 = RawBody(9, Bytes(hq)), arg1 = RawBody(1, Bytes(Arg("SPD x&y", 1.0))),
                      exchShort = RawBody(0, std::string(11, 'F'), "futu_exch_status_raw"),
                      exchInHqColumn = RawBody(0, Bytes(Exch("F3", "1", 1))), noRaw = hostemu::MakeBody(33, {"type"}, {{1}});
-    MessageSpec junk = spec(0, 16, nullptr);
+    MessageSpec junk = publication(0, 16, nullptr);
     junk.body = {'j', 'u', 'n', 'k'};
     const std::string size = "结构不附合要求, 大小: ";
     struct Case {
-        MessageSpec spec;
+        MessageSpec message;
         int code;
         std::string line;  // empty: no line
     } cases[] = {
-        {spec(1, 16, &good16), -1, "不能处理的包类型: 1!"},
-        {spec(0, 17, &good16), -5, "未知的发布类型: 17!"},
-        {spec(0, 33300, &good16), -5, "未知的发布类型: 33300!"},
-        {spec(0, 16, nullptr), -2, "get TAG_MESSAGE_BODY fail!"},
+        {publication(1, 16, &good16), -1, "不能处理的包类型: 1!"},
+        {publication(0, 17, &good16), -5, "未知的发布类型: 17!"},
+        {publication(0, 33300, &good16), -5, "未知的发布类型: 33300!"},
+        {publication(0, 16, nullptr), -2, "get TAG_MESSAGE_BODY fail!"},
         {junk, -3, "解包错误, 错误代码: -"},
-        {spec(0, 16, &long16), -4, "字段futu_hq_raw" + size + "309, 类型: 16!"},
-        {spec(0, 22, &noRaw), -4, "字段futu_hq_raw" + size + "0, 类型: 22!"},
-        {spec(0, 16, &type9), -6, ""},
-        {spec(0, 18, &arg1), -6, ""},
-        {spec(0, 24, &exchShort), -4, "字段futu_exch_status_raw" + size + "11, 类型: 24!"},
-        {spec(0, 24, &exchInHqColumn), -4, "字段futu_exch_status_raw" + size + "0, 类型: 24!"},
+        {publication(0, 16, &long16), -4, "字段futu_hq_raw" + size + "309, 类型: 16!"},
+        {publication(0, 22, &noRaw), -4, "字段futu_hq_raw" + size + "0, 类型: 22!"},
+        {publication(0, 16, &type9), -6, ""},
+        {publication(0, 18, &arg1), -6, ""},
+        {publication(0, 24, &exchShort), -4, "字段futu_exch_status_raw" + size + "11, 类型: 24!"},
+        {publication(0, 24, &exchInHqColumn), -4, "字段futu_exch_status_raw" + size + "0, 类型: 24!"},
     };
     for (Case& c : cases) {
         SCOPED_TRACE(c.line + " " + std::to_string(c.code));
         const size_t logBefore = host_->Log().Lines().size();
-        hostemu::CHostMessage* msg = hostemu::BuildMessage(host_->Factory(), c.spec);
+        hostemu::CHostMessage* msg = hostemu::BuildMessage(host_->Factory(), c.message);
         EXPECT_EQ(c.code, svc_->DealTIKRONIssue(msg, nullptr, &worker));
         msg->Release();
         auto lines = host_->Log().Lines();
@@ -115,10 +115,10 @@ TEST_F(Intake, RefusalsReturnTheirCodeLogTheirLineAndChangeNothing) {
     }
     // Through the dispatcher as well: nothing stored. A marker publication
     // shows the refused ones were all processed.
-    for (Case& c : cases) ASSERT_EQ(0, host_->PostFromCenter(c.spec));
+    for (Case& c : cases) ASSERT_EQ(0, host_->PostFromCenter(c.message));
     Put(Exch("F9", "1", 1));
     EXPECT_EQ(before + 1, Counts());
-    hostemu::CHostMessage* ok = hostemu::BuildMessage(host_->Factory(), spec(0, 16, &good16));
+    hostemu::CHostMessage* ok = hostemu::BuildMessage(host_->Factory(), publication(0, 16, &good16));
     EXPECT_EQ(0, svc_->DealTIKRONIssue(ok, nullptr, &worker));
     ok->Release();
 }

@@ -27,17 +27,17 @@ int Seconds() {
 }
 
 MessageSpec Query(int function, const char* field, const std::string& key, int packetId) {
-    MessageSpec spec(function, 0);
-    spec.packetId = packetId;
-    spec.body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", field}, {{packetId % 2, key.c_str()}}));
-    return spec;
+    MessageSpec m(function, 0);
+    m.packetId = packetId;
+    m.body = hostemu::EncodePacked(hostemu::MakeBody(33, {"result_type", field}, {{packetId % 2, key.c_str()}}));
+    return m;
 }
 
 MessageSpec Publication(const std::string& code, int tick) {
-    MessageSpec spec(620003, 0);
-    spec.issueType = 22;
-    spec.body = hostemu::EncodePacked(RawBody(1, Bytes(HqEx(code, 3800.0 + tick % 50, 93000 + tick % 1000))));
-    return spec;
+    MessageSpec m(620003, 0);
+    m.issueType = 22;
+    m.body = hostemu::EncodePacked(RawBody(1, Bytes(HqEx(code, 3800.0 + tick % 50, 93000 + tick % 1000))));
+    return m;
 }
 
 using Load = Plugin;
@@ -75,12 +75,12 @@ TEST_F(Load, EverythingAtOnceStaysConsistentAndReleasesEveryMessage) {
                 continue;
             }
             ++n;
-            MessageSpec spec = !queries    ? Publication(Code(n * 7), n)
+            MessageSpec m = !queries    ? Publication(Code(n * 7), n)
                                : n % 4 == 0 ? Query(620201, "arbicontract_id", "SP a2501&a2505", n)
                                : n % 4 == 1 ? Query(620207, "futu_exch_type", "F1", n)
                                : n % 4 == 2 ? Query(620200, "contract_code", Code(n), n)
                                             : Query(620205, "contract_code", Code(n), n);
-            if (host_->PostFromCenter(spec) == 0) ++posted;
+            if (host_->PostFromCenter(m) == 0) ++posted;
         }
     };
     std::thread queries(poster, true), intake(poster, false);

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "report/report_text.h"
-#include "testing/scratch_service.h"
+#include "testing/service_test_support.h"
 #include "tests/e2e_support.h"
 
 namespace {

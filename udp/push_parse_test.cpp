@@ -8,7 +8,7 @@
 #include <string>
 
 #include "testing/frame_test_support.h"
-#include "testing/scratch_service.h"
+#include "testing/service_test_support.h"
 #include "udp/push_counter.h"
 #include "udp/push_parse.h"
 #include "udp/push_records.h"

@@ -11,7 +11,7 @@
 #include "store/hq_tables.h"
 #include "store/single_leg_fields.h"
 #include "testing/frame_test_support.h"
-#include "testing/scratch_service.h"
+#include "testing/service_test_support.h"
 #include "testing/store_test_support.h"
 
 namespace {
