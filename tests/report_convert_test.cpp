@@ -184,6 +184,7 @@ TEST_F(Convert, QuoteRecordsAndTexts) {
     EXPECT_EQ("620003/24 key[<not packed>] body[futu_exch_status_raw:R1024 = R<12>]", Show(back));
     EXPECT_EQ(Bytes(Exch("F1", "2", 1)), FirstCell(back));
     EXPECT_EQ(Bytes(Exch("F1", "2", 1)), FirstCell(RoundTrip(24, Decode(back.Body()), 33105)));
+    EXPECT_EQ(0u, LogCount("结构不附合要求")) << "the intake refused a converted 24";
     const tagArgHQInfo a = Arg("SP cu2405&cu2406", 12.5);
     back = RoundTrip(18, Raw(Bytes(a), 9), 33102);
     EXPECT_EQ("620003/18 key[<not packed>] body[type:S255 futu_hq_raw:R10240 = I9 R<128>]", Show(back));
