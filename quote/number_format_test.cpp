@@ -64,7 +64,8 @@ TEST(NumberFormat, FixedMatchesPrintfOnRandomBitsAndPrices) {
 TEST(NumberFormat, IntMatchesPrintf) {
     std::vector<int> v = {0, 1, -1, 9, 10, 99, 100, -100, 123456789, 999999999, 1000000000, INT_MAX, INT_MIN,
                           INT_MIN + 1};
-    for (int p = 1; p <= 1000000000; p *= 10) v.insert(v.end(), {p - 1, p, -p, -p + 1});
+    for (long long p = 1; p <= 1000000000; p *= 10)
+        v.insert(v.end(), {static_cast<int>(p - 1), static_cast<int>(p), static_cast<int>(-p), static_cast<int>(1 - p)});
     std::mt19937 gen(7);
     for (int i = 0; i < 100000; ++i) v.push_back(static_cast<int>(gen()));
     for (int x : v) {

@@ -97,7 +97,7 @@ TEST(ProductFeed, SampleCaptureBecomesJsonLinesAndCtlAnswersWhileFeeding) {
 
     // tikron-ctl while a synthetic stream goes on. Field mode: named columns,
     // the single-leg set ends with the exchange.
-    Process feed({Bin("tikron-feed"), "--port", std::to_string(port), "--synthetic", "200", "--rate", "2000", "--seconds",
+    Process feed({Bin("tikron-feed"), "--port", std::to_string(port), "--synthetic", "200", "--rate", "500", "--seconds",
                   "60"}, "", dir / "feed.out", dir / "feed.err");
     ASSERT_EQ(0, Ctl(host.sock, {"query", "620200", "IF2412"}, &out)) << out;
     json a = json::parse(out);
@@ -123,7 +123,7 @@ TEST(ProductFeed, SampleCaptureBecomesJsonLinesAndCtlAnswersWhileFeeding) {
     ASSERT_EQ(0, Ctl(host.sock, {"publish", "--issue-type", "33105", "--body", body.dump()}, &out, &err)) << err;
     EXPECT_TRUE(WaitUntil([&] {
         return Ctl(host.sock, {"query", "620207", "F9"}, &out) == 0 && json::parse(out)["body"]["rows"].size() == 1;
-    }, 10000)) << out;
+    }, 20000)) << out;
     ASSERT_EQ(0, Ctl(host.sock, {"stats", "--json"}, &out));
     const json s = json::parse(out);
     EXPECT_GT(s["host"]["lines_written"].get<long>(), 0);
