@@ -210,7 +210,9 @@ protected:
         const std::string code = "Z" + std::to_string(++markers_);
         Send(Datagram('A', code + ",1,1,"));
         EXPECT_TRUE(host_->Center().WaitFor(
-            [&](const MessageSnapshot& m) { return ShowItem(m.Key()) == "futu_exch_type:S255 = " + code; },
+            [&](const MessageSnapshot& m) {  // 33105 is the marker's last publication
+                return m.IssueType() == 33105 && ShowItem(m.Key()) == "futu_exch_type:S255 = " + code;
+            },
             3000))
             << "marker " << code << " not published";
         return Published();

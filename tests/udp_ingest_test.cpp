@@ -249,6 +249,10 @@ TEST_F(UdpIngest, FaultsAreLoggedOrCountedAndEveryMessageIsReleased) {
     ASSERT_TRUE(Ask(620205, hostemu::MakeBody(33, {"result_type", "contract_code"}, {{1, "IF2601"}}), &a));
     EXPECT_EQ("IF2601", Decode(a.Body()).Str(0, "contract_code"));
     host_->Factory().SetGetMsgAlwaysFails(false);
+    // Registration answered: its thread stops asking for messages, so only
+    // the consumer meets the failed gets below.
+    ASSERT_EQ(0, host_->PostFromCenter(MessageSpec(2, 1)));
+    ASSERT_TRUE(WaitLog("RegeditThread stop!"));
     const size_t before = Flush().size();
     for (int fails : {3, 4}) {
         host_->Factory().FailNextGetMsg(fails);
