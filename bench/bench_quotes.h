@@ -2,6 +2,11 @@
 // contracts of one realistic record shape, framed with type '0' and length.
 #pragma once
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -25,6 +30,24 @@ inline std::vector<std::string> MakeDatagrams() {
         out.push_back(std::string(head) + text);
     }
     return out;
+}
+
+// A UDP socket on 127.0.0.1 with a free port, the receive buffer asked for
+// (forced when allowed) and a 100 ms receive timeout so a reader can stop.
+inline int OpenLoopbackReceiver(int bufBytes, unsigned* port) {
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bufBytes, sizeof bufBytes) != 0)
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bufBytes, sizeof bufBytes);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    socklen_t l = sizeof a;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &l);
+    *port = ntohs(a.sin_port);
+    timeval tv{0, 100000};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    return fd;
 }
 
 }  // namespace benchquotes

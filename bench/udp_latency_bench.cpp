@@ -70,19 +70,7 @@ public:
 class PlainReceiver final : public Receiver {
 public:
     explicit PlainReceiver(Arrivals& arrivals) : m_arrivals(arrivals) {
-        m_fd = socket(AF_INET, SOCK_DGRAM, 0);
-        int buf = kBufBytes;
-        if (setsockopt(m_fd, SOL_SOCKET, SO_RCVBUFFORCE, &buf, sizeof buf) != 0)
-            setsockopt(m_fd, SOL_SOCKET, SO_RCVBUF, &buf, sizeof buf);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(m_fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-        socklen_t l = sizeof a;
-        getsockname(m_fd, reinterpret_cast<sockaddr*>(&a), &l);
-        m_port = ntohs(a.sin_port);
-        timeval tv{0, 100000};
-        setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+        m_fd = benchquotes::OpenLoopbackReceiver(kBufBytes, &m_port);
     }
     ~PlainReceiver() override {
         m_stop = true;
