@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "host/host_center.h"
+#include "report/report_text.h"
 #include "store/hq_tables.h"
 #include "testing/frame_test_support.h"
 
@@ -30,6 +31,19 @@ inline std::string Bars(std::string s) {
     for (char& c : s)
         if (c == '\x01') c = '|';
     return s;
+}
+// The 33101 text of a report record (entrust and quote-report records,
+// deals), as the plug-in converts it.
+template <typename T>
+std::string TextOf(T rec) {
+    char t[1024] = {0};
+    ConvertHbTo33101(&rec, t, sizeof t);
+    return Bars(t);
+}
+inline std::string TextOf(tagCJ_EX rec) {
+    char t[1024] = {0};
+    ConvertCjTo33101(&rec, t, sizeof t);
+    return Bars(t);
 }
 
 // "name:TW" per column (".S" appended for a scale other than 4), then the

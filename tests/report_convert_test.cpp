@@ -34,18 +34,6 @@ PackedBody Raw(const std::string& rec, int type = 1) {
     b.columns[1].width = 10240;
     return b;
 }
-// The 33101 text of a converted report record.
-template <typename T>
-std::string TextOf(T rec) {
-    char t[1024] = {0};
-    ConvertHbTo33101(&rec, t, sizeof t);
-    return Bars(t);
-}
-std::string TextOf(tagCJ_EX rec) {
-    char t[1024] = {0};
-    ConvertCjTo33101(&rec, t, sizeof t);
-    return Bars(t);
-}
 
 class Convert : public Plugin {
 protected:

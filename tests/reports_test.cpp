@@ -12,18 +12,6 @@ namespace {
 
 using namespace e2e;
 
-// The 33101 texts of published report records (names shown as codes).
-std::string TextOf(tagCJ_EX r) {
-    char t[1024] = {0};
-    ConvertCjTo33101(&r, t, sizeof t);
-    return Bars(t);
-}
-std::string TextOf(tagWTQR_EX r) {
-    char t[1024] = {0};
-    ConvertHbTo33101(&r, t, sizeof t);
-    return Bars(t);
-}
-
 // Key rows of the report messages: fund account as an integer or as text.
 std::string Key(int branch, const std::string& fund) {
     return "key[branch_no:S255 fund_account:S255 = I" + std::to_string(branch) + " " + fund + "]";
