@@ -188,11 +188,13 @@ protected:
         Start("enableudprecv=\"1\" " + args, extra);
     }
     void StopPlugin() {
-        center_.reset();
         if (host_) {
             host_->Factory().SetGetMsgAlwaysFails(false);
             host_->PackSvr().SetPackRawFails(false);
             host_->Shutdown();
+        }
+        center_.reset();  // after the plug-in's threads, which post into it
+        if (host_) {
             const hostemu::MessageStats st = host_->Factory().Stats();
             EXPECT_EQ("live 0, released twice 0, used after release 0",
                       "live " + std::to_string(st.live) + ", released twice " + std::to_string(st.doubleReleases) +
