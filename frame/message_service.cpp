@@ -153,7 +153,8 @@ CMessageServiceImpl::CMessageServiceImpl()
       m_convert33100to22(0),
       m_convert33102to18(0),
       m_convert33105to24(0),
-      m_iUDPRecvBufLen(32) {
+      m_iUDPRecvBufLen(32),
+      m_iUDPPollUs(0) {
     memset(m_szGroupName, 0, sizeof(m_szGroupName));
     memset(m_szNodeName, 0, sizeof(m_szNodeName));
     memset(m_szServerName, 0, sizeof(m_szServerName));

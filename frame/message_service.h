@@ -164,6 +164,10 @@ public:
     int m_convert33102to18;
     int m_convert33105to24;
     int m_iUDPRecvBufLen;
+    // "udppollus": microseconds the datagram consumer keeps looking for the
+    // next datagram before it sleeps (0: sleeps at once).
+    std::atomic<int> m_iUDPPollUs;
+    static constexpr int kMaxUDPPollUs = 1000;
     std::map<unsigned long, tagAction*> m_ProcReqActionList;
 
 protected:

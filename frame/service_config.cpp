@@ -76,6 +76,9 @@ int CMessageServiceImpl::OnInit() {
         int bufLen = 0;
         ReadIntAttr(args, "udprecvbuflen", bufLen);
         if (bufLen > 0) m_iUDPRecvBufLen = bufLen;
+        int pollUs = 0;
+        ReadIntAttr(args, "udppollus", pollUs);
+        m_iUDPPollUs = pollUs < 0 ? 0 : (pollUs > kMaxUDPPollUs ? kMaxUDPPollUs : pollUs);
     }
 
     IRCfgObj* convert = m_lpConfig != nullptr ? m_lpConfig->GetChild("convert") : nullptr;

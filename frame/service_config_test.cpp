@@ -32,11 +32,11 @@ struct Inited {
 
 // enableudprecv, enableudphq, enableudphb, port, heartbeattimeout,
 // subscibetomc, inittime, sysversion, udphqversion, savehblog,
-// udprecvbuflen, then the worker count and the send switch.
+// udprecvbuflen, udppollus, then the worker count and the send switch.
 std::vector<int> Args(const CTIKRONServiceImpl* s) {
     return {s->m_iEnableRecvUDP, s->m_iDealUdpHq,   s->m_iDealUdpHb,    s->m_iUDPPort,
             s->m_iHeartBeatTimeout, s->m_iEnableSubscibeToMC, s->m_iInitTime, s->m_iSysVersion,
-            s->m_iUdpHqVersion, s->m_iSaveHBLog,   s->m_iUDPRecvBufLen, s->m_iThreads, s->m_iSendToMC};
+            s->m_iUdpHqVersion, s->m_iSaveHBLog,   s->m_iUDPRecvBufLen, s->m_iUDPPollUs, s->m_iThreads, s->m_iSendToMC};
 }
 
 TEST(ServiceConfig, ArgsDefaultsAndReadRules) {
@@ -45,14 +45,15 @@ TEST(ServiceConfig, ArgsDefaultsAndReadRules) {
         std::vector<int> expected;
         const char* printed;
     } cases[] = {
-        {"", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 4, 1}, "enableudprecv = 0!\nenableudphq = 1!\nenableudphb = 1!\n"},
+        {"", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 0, 4, 1}, "enableudprecv = 0!\nenableudphq = 1!\nenableudphb = 1!\n"},
         {"<args enableudprecv=\"0\" enableudphq=\"0\" enableudphb=\"2\" port=\"7001\" heartbeattimeout=\"5\" "
-         "subscibetomc=\"1\" inittime=\"83000\" sysversion=\"1\" udphqversion=\"1\" udprecvbuflen=\"64\" bogus=\"9\"/>",
-         {0, 0, 2, 7001, 5, 1, 83000, 1, 1, 0, 64, 4, 1}, "enableudphq = 0!\nenableudphb = 2!\n"},
-        // Zero, negative and non-numeric buffer lengths keep 32; text reads as atoi.
-        {"<args udprecvbuflen=\"0\" port=\"12x\"/>", {0, 1, 1, 12, 30, 0, 0, 0, 0, 0, 32, 4, 1}, ""},
-        {"<args udprecvbuflen=\"-4\"/>", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 4, 1}, ""},
-        {"<args udprecvbuflen=\"abc\"/>", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 4, 1}, ""},
+         "subscibetomc=\"1\" inittime=\"83000\" sysversion=\"1\" udphqversion=\"1\" udprecvbuflen=\"64\" udppollus=\"100\" bogus=\"9\"/>",
+         {0, 0, 2, 7001, 5, 1, 83000, 1, 1, 0, 64, 100, 4, 1}, "enableudphq = 0!\nenableudphb = 2!\n"},
+        // Zero, negative and non-numeric buffer lengths keep 32; text reads as
+        // atoi; the poll window is kept within 0..1000.
+        {"<args udprecvbuflen=\"0\" port=\"12x\" udppollus=\"5000\"/>", {0, 1, 1, 12, 30, 0, 0, 0, 0, 0, 32, 1000, 4, 1}, ""},
+        {"<args udprecvbuflen=\"-4\" udppollus=\"-5\"/>", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 0, 4, 1}, ""},
+        {"<args udprecvbuflen=\"abc\"/>", {0, 1, 1, 9090, 30, 0, 0, 0, 0, 0, 32, 0, 4, 1}, ""},
     };
     for (const auto& c : cases) {
         Inited i(c.args);

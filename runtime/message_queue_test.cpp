@@ -36,7 +36,8 @@ TEST(MessageQueue, SingleAndBatchTakesKeepArrivalOrder) {
     EXPECT_EQ((std::deque<long>{6}), out);
 }
 
-// An empty queue waits its time; a push to it or a Wake ends a wait early.
+// An empty queue waits its time; a push to it or a Wake ends a wait early,
+// also one that looks at the queue for a while before it sleeps (round 3).
 TEST(MessageQueue, WaitsAreBoundedAndEndedByPushOrWake) {
     CMessageQueue<long> q;
     std::deque<long> out;
@@ -44,15 +45,17 @@ TEST(MessageQueue, WaitsAreBoundedAndEndedByPushOrWake) {
     EXPECT_EQ(0, q.Pop(40));
     EXPECT_EQ(0u, q.PopAll(out, 40));
     EXPECT_GE(MsSince(t0), 70);
-    for (int round = 0; round < 3; ++round) {
+    for (int round = 0; round < 4; ++round) {
         SCOPED_TRACE(round);
         std::thread other([&q, round] {
             std::this_thread::sleep_for(std::chrono::milliseconds(30));
             round == 2 ? q.Wake() : q.Push(7);
         });
         t0 = Clock::now();
-        if (round == 1) {
-            EXPECT_EQ(1u, q.PopAll(out, 4000));
+        if (round == 1 || round == 3) {
+            out.clear();
+            EXPECT_EQ(1u, q.PopAll(out, 4000, round == 3 ? 100000 : 0));
+            EXPECT_EQ(std::deque<long>{7}, out);
         } else {
             EXPECT_EQ(round == 0 ? 7 : 0, q.Pop(4000));
         }

@@ -119,7 +119,7 @@ void* DoUDPData(void* service) {
     std::vector<char*> spare;
     spare.reserve(32);
     while (!svc->m_bStop) {
-        if (svc->m_qUDPData.PopAll(batch, 1000) == 0) continue;
+        if (svc->m_qUDPData.PopAll(batch, 1000, svc->m_iUDPPollUs) == 0) continue;
         while (!batch.empty() && !svc->m_bStop) {
             char* item = batch.front();
             batch.pop_front();
