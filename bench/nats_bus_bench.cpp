@@ -11,7 +11,7 @@
 //      the emulated center);
 //   3. whole-table synchronisation of 10,000 contracts: a late node's start
 //      until its tables hold every contract.
-// Run: build/release/bench/nats_bus_bench [seconds-per-trial]
+// Run: build/release/bench/nats_bus_bench [seconds-per-trial [efficiency|latency|sync]]
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -97,9 +97,14 @@ pid_t StartNode(const std::string& dir, const std::string& xml) {
                  dir);
 }
 
-// Paced UDP sender of synthetic quotes.
+// Paced UDP sender of synthetic quotes. The datagrams are made before the
+// trials (kRingPasses passes over the contracts, then sent again in turn),
+// so the sender spends its CPU on sendto only, like the plain publisher.
+constexpr int kRingPasses = 8;
 struct Sender {
-    explicit Sender(int port) : quotes(kContracts) {
+    explicit Sender(int port) : Sender(port, feed::SyntheticQuotes(kContracts)) {}
+    Sender(int port, feed::SyntheticQuotes q) : quotes(std::move(q)) {
+        for (size_t i = 0; i < quotes.Contracts().size() * kRingPasses; ++i) ring.push_back(quotes.Next());
         fd = socket(AF_INET, SOCK_DGRAM, 0);
         to.sin_family = AF_INET;
         to.sin_port = htons(static_cast<uint16_t>(port));
@@ -107,19 +112,24 @@ struct Sender {
     }
     ~Sender() { close(fd); }
     // Sends n datagrams at `rate` per second; stamps[i] is the send time.
-    void Send(long n, double rate, std::vector<double>* stamps = nullptr) {
+    // Returns the rate achieved (below `rate` when sendto cannot keep up).
+    double Send(long n, double rate, std::vector<double>* stamps = nullptr) {
         const double start = Now();
         for (long i = 0; i < n; ++i) {
             // Paced in bursts of about 100 us, sleeping between them, so the
             // sender leaves the second core to the node and the server.
             const double due = start + i / rate;
             if (Now() < due) std::this_thread::sleep_for(std::chrono::duration<double>(due - Now() + 100e-6));
-            std::string d = quotes.Next();
+            const std::string& d = ring[next++ % ring.size()];
             if (stamps) stamps->push_back(Now());
             sendto(fd, d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
         }
+        const double took = Now() - start;
+        return took > 0 ? n / took : rate;
     }
     feed::SyntheticQuotes quotes;
+    std::vector<std::string> ring;
+    size_t next = 0;
     int fd;
     sockaddr_in to{};
 };
@@ -143,8 +153,12 @@ natsbus::BusOptions Client(const std::string& url, const char* who) {
     return o;
 }
 
-// Highest paced datagram rate at which every publication of node A arrived.
-double LossFreeRate(const std::string& url, bool json, double* perDatagram, std::vector<size_t>* sizes) {
+// Highest datagram rate at which every publication of node A arrived: the
+// rate the sender achieved in the best passing trial. The ramp ends at the
+// first failure, or when the sender itself falls 10 % behind the asked rate
+// (its own limit on this machine: the result is then "at least").
+double LossFreeRate(const std::string& url, bool json, double* perDatagram, std::vector<size_t>* sizes,
+                    bool* senderBound) {
     const testing_support::TempDir tdir;  // removed with the object
     const std::string& dir = tdir.path();
     const int udp = FreePort(SOCK_DGRAM);
@@ -172,13 +186,18 @@ double LossFreeRate(const std::string& url, bool json, double* perDatagram, std:
     *sizes = c.sizes;
     (void)warm;
     double best = 0;
-    for (double rate = 5000; rate <= 400000; rate *= 1.25) {
+    *senderBound = false;
+    for (double rate = 5000; rate <= 1e6; rate *= 1.25) {
         const long n = static_cast<long>(rate * g_trial);
         c.n = 0;
-        s.Send(n, rate);
+        const double achieved = s.Send(n, rate);
         const long want = static_cast<long>(n * *perDatagram + 0.5);
         if (!WaitCount(c.n, want, g_trial * 0.2 + 0.05)) break;
-        best = rate;
+        best = std::max(best, achieved);
+        if (achieved < 0.9 * rate) {
+            *senderBound = true;
+            break;
+        }
     }
     Kill(a);
     return best;
@@ -347,9 +366,7 @@ double WholeTableSync(const std::string& url) {
     const int udp = FreePort(SOCK_DGRAM);
     pid_t a = StartNode(da, NodeXml(da, 1, udp, url, "", false));
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    feed::SyntheticQuotes q(contracts);
-    Sender s(udp);
-    s.quotes = q;
+    Sender s(udp, feed::SyntheticQuotes(contracts));
     s.Send(contracts, 20000);
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     std::string mc = "<request issuetype=\"24\" functionno=\"620001\" note=\"s\"><param name=\"issue_type\" "
@@ -382,6 +399,8 @@ double WholeTableSync(const std::string& url) {
 
 int main(int argc, char** argv) {
     if (argc > 1) g_trial = atof(argv[1]) > 0 ? atof(argv[1]) : g_trial;
+    const std::string only = argc > 2 ? argv[2] : "";
+    auto runs = [&only](const char* part) { return only.empty() || only == part; };
     const int port = FreePort(SOCK_STREAM);
     const testing_support::TempDir tsdir;
     const std::string& sdir = tsdir.path();
@@ -390,21 +409,27 @@ int main(int argc, char** argv) {
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const std::string url = "nats://127.0.0.1:" + std::to_string(port);
 
-    printf("bus efficiency (trials of %.1f s, %d contracts)\n", g_trial, kContracts);
+    if (runs("efficiency")) printf("bus efficiency (trials of %.1f s, %d contracts)\n", g_trial, kContracts);
     for (bool json : {false, true}) {
+        if (!runs("efficiency")) break;
         double per = 0;
         std::vector<size_t> sizes;
-        const double rate = LossFreeRate(url, json, &per, &sizes);
+        bool senderBound = false;
+        const double rate = LossFreeRate(url, json, &per, &sizes, &senderBound);
         const double plain = PlainRate(url, sizes);
-        printf("  JSON form %-3s: loss-free %8.0f datagrams/s x %.2f messages = %8.0f msg/s; plain libnats %8.0f "
-               "msg/s; efficiency %5.1f %%\n",
-               json ? "on" : "off", rate, per, rate * per, plain, plain > 0 ? 100.0 * rate * per / plain : 0.0);
+        printf("  JSON form %-3s: loss-free %s%8.0f datagrams/s x %.2f messages = %8.0f msg/s; plain libnats %8.0f "
+               "msg/s; efficiency %s%5.1f %%\n",
+               json ? "on" : "off", senderBound ? ">=" : "", rate, per, rate * per, plain, senderBound ? ">=" : "",
+               plain > 0 ? 100.0 * rate * per / plain : 0.0);
     }
-    printf("latency at 20,000 datagrams/s\n");
-    PrintPct("UDP into A -> intake done at B", CrossNode(url));
-    PrintPct("plain libnats publish -> deliver", PlainLatency(url, 400));
-    PrintPct("in-process: UDP -> publication", InProcess());
-    printf("whole-table synchronisation of 10,000 contracts: %.2f s to equal tables\n", WholeTableSync(url));
+    if (runs("latency")) {
+        printf("latency at 20,000 datagrams/s\n");
+        PrintPct("UDP into A -> intake done at B", CrossNode(url));
+        PrintPct("plain libnats publish -> deliver", PlainLatency(url, 400));
+        PrintPct("in-process: UDP -> publication", InProcess());
+    }
+    if (runs("sync"))
+        printf("whole-table synchronisation of 10,000 contracts: %.2f s to equal tables\n", WholeTableSync(url));
     Kill(srv);
     return 0;
 }

@@ -188,16 +188,43 @@ int CNatsBus::PublishOne(const std::string& subject, const std::string& reply, c
     return s == NATS_OK ? BUS_OK : (s == NATS_CONNECTION_CLOSED ? BUS_NOT_CONNECTED : BUS_FAILED);
 }
 
+int CNatsBus::Publish(const std::string& subject, std::string_view data) {
+    if (m_nc == nullptr || m_closing || data.size() > ChunkLimit()) return Send(subject, "", data);
+    const natsStatus s = natsConnection_Publish(m_nc, subject.c_str(), data.data(), static_cast<int>(data.size()));
+    int r = BUS_OK;
+    if (s == NATS_INSUFFICIENT_BUFFER || s == NATS_CONNECTION_CLOSED) r = BUS_NOT_CONNECTED;
+    else if (s == NATS_MAX_PAYLOAD) r = BUS_TOO_LARGE;
+    else if (s != NATS_OK) r = BUS_FAILED;
+    return Count(r, subject, data.size());
+}
+
+size_t CNatsBus::ChunkLimit() const {
+    if (m_opt.maxChunkBytes != 0) return m_opt.maxChunkBytes;
+    const int64_t max = natsConnection_GetMaxPayload(m_nc);
+    return max > static_cast<int64_t>(kHeaderRoom) * 2 ? static_cast<size_t>(max) - kHeaderRoom : 1 << 20;
+}
+
+int CNatsBus::Count(int r, const std::string& subject, size_t bytes) {
+    if (r == BUS_OK) {
+        ++m_counters.sent;
+    } else if (r == BUS_NOT_CONNECTED) {
+        NoteDrop("disconnected and the reconnect buffer is full");
+    } else if (r == BUS_TOO_LARGE) {
+        ++m_counters.tooLarge;
+        Log("message of " + std::to_string(bytes) + " bytes on " + subject + " is more than the bus carries, not sent");
+    } else {
+        ++m_counters.sendFailed;
+        Log("send on " + subject + " failed");
+    }
+    return r;
+}
+
 int CNatsBus::Send(const std::string& subject, const std::string& reply, std::string_view data) {
     if (m_nc == nullptr || m_closing) {
         NoteDrop("bus closed");
         return BUS_NOT_CONNECTED;
     }
-    size_t limit = m_opt.maxChunkBytes;
-    if (limit == 0) {
-        const int64_t max = natsConnection_GetMaxPayload(m_nc);
-        limit = max > static_cast<int64_t>(kHeaderRoom) * 2 ? static_cast<size_t>(max) - kHeaderRoom : 1 << 20;
-    }
+    const size_t limit = ChunkLimit();
     int r = BUS_OK;
     if (data.size() <= limit) {
         r = PublishOne(subject, reply, data.data(), data.size(), std::string());
@@ -213,19 +240,7 @@ int CNatsBus::Send(const std::string& subject, const std::string& reply, std::st
             if (r == BUS_OK) ++m_counters.chunksSent;
         }
     }
-    if (r == BUS_OK) {
-        ++m_counters.sent;
-    } else if (r == BUS_NOT_CONNECTED) {
-        NoteDrop("disconnected and the reconnect buffer is full");
-    } else if (r == BUS_TOO_LARGE) {
-        ++m_counters.tooLarge;
-        Log("message of " + std::to_string(data.size()) + " bytes on " + subject +
-            " is more than the bus carries, not sent");
-    } else {
-        ++m_counters.sendFailed;
-        Log("send on " + subject + " failed");
-    }
-    return r;
+    return Count(r, subject, data.size());
 }
 
 int CNatsBus::Subscribe(const std::string& subject, const std::string& queue, Handler handler, bool acceptOwn) {
@@ -284,12 +299,15 @@ void CNatsBus::Deliver(Sub& sub, natsMsg* msg) {
     if (m_closing) return;
     BusMessage m;
     const char* value = nullptr;
-    if (natsMsgHeader_Get(msg, kNodeHeader, &value) == NATS_OK && value != nullptr) m.node = value;
+    m.subject = natsMsg_GetSubject(msg);
+    if (natsMsgHeader_Get(msg, kNodeHeader, &value) == NATS_OK && value != nullptr)
+        m.node = value;
+    else
+        m.node = SubjectNode(m.subject);  // a publication without headers
     if (!sub.acceptOwn && !m.node.empty() && m.node == m_opt.node) {
         ++m_counters.ownSkipped;
         return;
     }
-    m.subject = natsMsg_GetSubject(msg);
     if (natsMsg_GetReply(msg) != nullptr) m.reply = natsMsg_GetReply(msg);
     const char* data = natsMsg_GetData(msg);
     const int len = natsMsg_GetDataLength(msg);

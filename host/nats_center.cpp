@@ -222,12 +222,12 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
         const std::string keyText = natsbus::KeyText(key.first, key.second);
         const int issueType = msg.Int(53);
         const auto e = msg.Encoded();
-        m_bus.Send(natsbus::PublicationSubject(m_set.node, function, issueType, keyText), "",
-                   std::string_view(e.first, e.second));
+        m_bus.Publish(natsbus::PublicationSubject(m_set.node, function, issueType, keyText),
+                      std::string_view(e.first, e.second));
         ++m_published;
         if (m_set.json) {
             // The very line of the publication file, made once for both.
-            m_bus.Send(natsbus::JsonSubject(m_set.node, function, issueType, keyText), "", msg.Line());
+            m_bus.Publish(natsbus::JsonSubject(m_set.node, function, issueType, keyText), msg.Line());
             ++m_jsonPublished;
         }
         return true;

@@ -95,6 +95,20 @@ std::string ControlSubject(const std::string& node) { return "tikron.ctl." + Tok
 std::string GroupControlSubject(const std::string& group) { return "tikron.ctl.group." + Token(group); }
 std::string IdentitySubject(const std::string& node) { return "tikron.id." + Token(node); }
 
+std::string SubjectNode(const std::string& subject) {
+    size_t start;
+    if (subject.rfind("tikron.pub.", 0) == 0)
+        start = 11;
+    else if (subject.rfind("tikron.json.", 0) == 0)
+        start = 12;
+    else
+        return "";
+    const size_t dot = subject.find('.', start);
+    std::string node;
+    if (!UnToken(subject.substr(start, dot == std::string::npos ? std::string::npos : dot - start), &node)) return "";
+    return node;
+}
+
 std::string KeyText(const void* packed, int len) {
     hostemu::PackedBody key;
     if (packed == nullptr || len <= 0 || hostemu::DecodePacked(packed, len, &key) != 0 || key.rows.empty()) return "";

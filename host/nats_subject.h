@@ -34,6 +34,9 @@ std::string GroupRequestSubject(const std::string& group);
 std::string ControlSubject(const std::string& node);
 std::string GroupControlSubject(const std::string& group);
 std::string IdentitySubject(const std::string& node);
+// The node a publication subject (tikron.pub. or tikron.json.) names; ""
+// for other subjects and for a node token Token() cannot produce.
+std::string SubjectNode(const std::string& subject);
 
 // The key token's text from a packed key (item 54): the first row's cells
 // as text joined by ','; "" when there is no key or it does not unpack.

@@ -31,6 +31,12 @@ TEST(NatsSubject, TokensAreSafeAndReversible) {
     EXPECT_EQ("tikron.json.n%231.620031.33101.12%2C77", JsonSubject("n#1", 620031, 33101, "12,77"));
     EXPECT_EQ("tikron.pub.*.*.18.*", SubscriptionSubject(18));
     EXPECT_EQ("tikron.pub.>", SubscriptionSubject(0));
+    // The sender of a publication, from its subject.
+    const std::pair<const char*, const char*> senders[] = {
+        {"tikron.pub.n%231.620003.22.IF2412", "n#1"}, {"tikron.json.a%23b%2E.1.2.k", "a#b."},
+        {"tikron.pub.n%231", "n#1"},                  {"tikron.req.n%231", ""},
+        {"tikron.pub.n%2.620003.22.k", ""},           {"tikron.pubx.n%231.1.2.k", ""}};
+    for (const auto& [subject, node] : senders) EXPECT_EQ(node, SubjectNode(subject)) << subject;
     auto key = hostemu::EncodePacked(hostemu::MakeBody(33, {"branch_no", "fund_account"}, {{12, "77"}}));
     EXPECT_EQ("12,77", KeyText(key.data(), static_cast<int>(key.size())));
     EXPECT_EQ("", KeyText("junk", 4));

@@ -49,7 +49,8 @@ void COutgoing::Changed() {
     m_haveSnapshot = m_haveLine = false;
 }
 
-void COutbox::Start(Handler handler, BatchDone batchDone, Logger log) {
+void COutbox::Start(Handler handler, BatchDone batchDone, Logger log, int lingerUs) {
+    m_lingerUs = lingerUs;
     m_handler = std::move(handler);
     m_batchDone = std::move(batchDone);
     m_log = std::move(log);
@@ -97,6 +98,8 @@ void COutbox::Run() {
     for (;;) {
         m_cond.wait(lock, [this] { return m_stop || !m_queue.empty(); });
         if (m_queue.empty()) break;
+        if (m_lingerUs > 0 && !m_stop)
+            m_cond.wait_for(lock, std::chrono::microseconds(m_lingerUs), [this] { return m_stop; });
         batch.swap(m_queue);
         lock.unlock();
         bool late = false;

@@ -60,7 +60,11 @@ public:
     explicit COutbox(size_t capacity = kDefaultCapacity) : m_capacity(capacity) {}
     ~COutbox() { Stop(); }
 
-    void Start(Handler handler, BatchDone batchDone, Logger log);
+    // lingerUs > 0: once woken by a message, the writer waits that long
+    // before it takes the queue, so a busy feed is written in batches and
+    // the plug-in's threads wake it once per batch rather than per message
+    // (on the bus, where libnats itself gathers for a millisecond).
+    void Start(Handler handler, BatchDone batchDone, Logger log, int lingerUs = 0);
     // Handles what is queued (for drainMs at most: the rest is released,
     // counted as dropped and logged), then ends the writer thread. Messages
     // posted afterwards are released and counted as dropped.
@@ -82,6 +86,7 @@ private:
     void Run();
 
     const size_t m_capacity;
+    int m_lingerUs = 0;
     Handler m_handler;
     BatchDone m_batchDone;
     Logger m_log;

@@ -65,6 +65,9 @@ int ProductHost::Start() {
     if (m_started) return 0;
     hostemu::HostOptions o;
     o.pluginPath = m_opt.pluginPath;
+    // A short quarantine: released messages come back while their memory is
+    // still in the cache (the long one of the tests evicts it under a feed).
+    o.quarantine = kQuarantine;
     o.logFile = m_opt.logFile;
     o.logStderr = m_opt.logStderr;
     std::set<int> subscribeFunctions;
@@ -88,7 +91,8 @@ int ProductHost::Start() {
     for (bool toCenter : {true, false})
         (toCenter ? m_centerOut : m_clientOut)
             .Start([this, toCenter](COutgoing& m) { OnPluginMessage(m, toCenter); },
-                   [this, toCenter] { WriteLines(toCenter); }, [this](const std::string& text) { Log(text); });
+                   [this, toCenter] { WriteLines(toCenter); }, [this](const std::string& text) { Log(text); },
+                   toCenter && m_nats ? kBusLingerUs : 0);
     const std::set<int> functions = subscribeFunctions;
     m_role = std::make_unique<LocalCenter>(std::move(subscribeFunctions), heartbeatMs,
                                            [this](const hostemu::MessageSpec& s) {

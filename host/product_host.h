@@ -59,6 +59,11 @@ public:
     // Messages for the center its writer thread dropped (queue full).
     uint64_t CenterOutboxDropped() const { return m_centerOut.Dropped(); }
 
+    // On the bus the center's writer gathers this long after a wake-up.
+    static constexpr int kBusLingerUs = 500;
+    // Released messages held back before reuse (use-after-release checks).
+    static constexpr size_t kQuarantine = 64;
+
 private:
     // What the plug-in sent while one posted message was under way.
     struct Exchange {
