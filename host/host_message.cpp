@@ -376,7 +376,8 @@ void CHostMessage::ClearAll() {
             kv.second->m_generation = 0;
         }
     }
-    m_encoded.clear();
+    // m_encoded keeps its size: GetBuffer writes every byte it returns, and
+    // a buffer of the right size already is not filled with zeros first.
 }
 
 // Index 0 of an item, without counting another use.

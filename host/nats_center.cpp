@@ -219,7 +219,7 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
     if (packetType != 0) return false;
     if (function == kPublishFunction || function == kReportFunction) {
         const auto key = msg.Raw(54);
-        const std::string keyText = natsbus::KeyText(key.first, key.second);
+        const std::string& keyText = KeyTextOf(key.first, key.second);
         const int issueType = msg.Int(53);
         const auto e = msg.Encoded();
         m_bus.Publish(natsbus::PublicationSubject(m_set.node, function, issueType, keyText),
@@ -255,6 +255,15 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
         return true;
     }
     return false;
+}
+
+const std::string& CNatsCenter::KeyTextOf(const void* packed, int len) {
+    std::string raw(static_cast<const char*>(packed), packed != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
+    auto it = m_keyTexts.find(raw);
+    if (it != m_keyTexts.end()) return it->second;
+    if (m_keyTexts.size() >= kKeyCacheLimit) m_keyTexts.clear();
+    std::string text = natsbus::KeyText(packed, len);
+    return m_keyTexts.emplace(std::move(raw), std::move(text)).first->second;
 }
 
 void CNatsCenter::Subscribe(int issueType, int packetId) {

@@ -15,6 +15,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <thread>
 
 #include <nlohmann/json.hpp>
@@ -123,6 +124,10 @@ private:
     int PostIntoPlugin(IESBMessage* msg, IMessageService* from);
     void Refuse(const std::string& why);
     std::string SyncSubject() const;
+    // The subject token text of a packed key, from a cache of the keys seen
+    // (writer thread only; emptied when it holds kKeyCacheLimit keys).
+    const std::string& KeyTextOf(const void* packed, int len);
+    static constexpr size_t kKeyCacheLimit = 200000;
 
     NatsSettings m_set;
     Logger m_log;
@@ -130,6 +135,7 @@ private:
     std::string m_error;
     natsbus::CNatsBus m_bus;
     std::atomic<bool> m_attached{false};
+    std::unordered_map<std::string, std::string> m_keyTexts;
     CTaskThread m_subscriber, m_syncer;
 
     std::mutex m_mutex;

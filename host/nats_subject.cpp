@@ -1,5 +1,6 @@
 #include "host/nats_subject.h"
 
+#include <charconv>
 #include <cstdio>
 
 #include "host/host_pack.h"
@@ -42,9 +43,13 @@ std::string NodeSubject(const char* prefix, const std::string& node, int functio
     out.reserve(48 + node.size() + 3 * key.size());
     out += prefix;
     AppendToken(out, node);
-    char numbers[32];
-    snprintf(numbers, sizeof numbers, ".%d.%d.", function, issueType);
-    out += numbers;
+    for (int number : {function, issueType}) {
+        char digits[16];  // an int takes at most 11
+        const auto r = std::to_chars(digits, digits + sizeof digits, number);
+        out.push_back('.');
+        out.append(digits, static_cast<size_t>(r.ptr - digits));
+    }
+    out.push_back('.');
     AppendToken(out, key);
     return out;
 }
