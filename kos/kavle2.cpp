@@ -9,9 +9,8 @@
 #include <cstring>
 #include <ctime>
 #include <netinet/in.h>
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -245,7 +244,6 @@ UDPRecvTotals GetUDPRecvTotals() { return {g_udpReceived.load(), g_udpDropped.lo
 
 struct CUDPBroadcast::Impl {
     int fd = -1;
-    int wakeFd = -1;
     unsigned port = 0;
     UDPRecvCallback callback = nullptr;
     void* context = nullptr;
@@ -259,8 +257,7 @@ struct CUDPBroadcast::Impl {
     static void* Loop(void* self);
     void Close() {
         if (fd >= 0) close(fd);
-        if (wakeFd >= 0) close(wakeFd);
-        fd = wakeFd = -1;
+        fd = -1;
     }
 };
 
@@ -269,40 +266,35 @@ void* CUDPBroadcast::Impl::Loop(void* self) {
     mmsghdr msgs[kBatch];
     iovec iovs[kBatch];
     alignas(cmsghdr) char control[kBatch][kControlBytes];
-    pollfd fds[2] = {{impl->fd, POLLIN, 0}, {impl->wakeFd, POLLIN, 0}};
+    // One call per wake-up: recvmmsg blocks for the first datagram (at most
+    // kPollMs, the socket's receive time-out, so a stop is seen) and takes
+    // whatever else is queued behind it. Destroy ends a wait at once by
+    // shutting the socket down for reading.
     while (!impl->stop.load(std::memory_order_acquire)) {
-        int pr = poll(fds, 2, kPollMs);
-        if (pr < 0 && errno != EINTR) break;
-        if (pr <= 0) continue;
-        if (fds[1].revents != 0) break;  // woken by Destroy
-        if ((fds[0].revents & (POLLERR | POLLNVAL)) != 0 && (fds[0].revents & POLLIN) == 0) break;
-        // Drain the socket in batches; check the stop flag between batches.
-        while (!impl->stop.load(std::memory_order_acquire)) {
-            for (int i = 0; i < kBatch; ++i) {
-                iovs[i].iov_base = impl->buffers.data() + static_cast<size_t>(i) * kDatagramMax;
-                iovs[i].iov_len = kDatagramMax;
-                memset(&msgs[i], 0, sizeof(msgs[i]));
-                msgs[i].msg_hdr.msg_iov = &iovs[i];
-                msgs[i].msg_hdr.msg_iovlen = 1;
-                msgs[i].msg_hdr.msg_control = control[i];
-                msgs[i].msg_hdr.msg_controllen = kControlBytes;
-            }
-            int n = recvmmsg(impl->fd, msgs, kBatch, MSG_DONTWAIT, nullptr);
-            if (n <= 0) break;  // EAGAIN (drained) or error: back to poll
-            // The count is the socket's running total: the batch's last says it all.
-            long drops = DropCount(msgs[n - 1].msg_hdr);
-            if (drops >= 0 && static_cast<uint32_t>(drops) != impl->drops) {
-                g_udpDropped.fetch_add(static_cast<uint32_t>(drops) - impl->drops, std::memory_order_relaxed);
-                impl->drops = static_cast<uint32_t>(drops);
-            }
-            g_udpReceived.fetch_add(static_cast<unsigned long>(n), std::memory_order_relaxed);
-            for (int i = 0; i < n; ++i) {
-                int len = static_cast<int>(msgs[i].msg_len);
-                if (len > static_cast<int>(kDatagramMax)) len = static_cast<int>(kDatagramMax);
-                impl->count.fetch_add(1, std::memory_order_relaxed);
-                if (impl->callback != nullptr) impl->callback(impl->context, iovs[i].iov_base, len);
-            }
-            if (n < kBatch) break;
+        for (int i = 0; i < kBatch; ++i) {
+            iovs[i].iov_base = impl->buffers.data() + static_cast<size_t>(i) * kDatagramMax;
+            iovs[i].iov_len = kDatagramMax;
+            memset(&msgs[i], 0, sizeof(msgs[i]));
+            msgs[i].msg_hdr.msg_iov = &iovs[i];
+            msgs[i].msg_hdr.msg_iovlen = 1;
+            msgs[i].msg_hdr.msg_control = control[i];
+            msgs[i].msg_hdr.msg_controllen = kControlBytes;
+        }
+        int n = recvmmsg(impl->fd, msgs, kBatch, MSG_WAITFORONE, nullptr);
+        if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return nullptr;
+        if (n <= 0) continue;  // time-out, signal, or shut down by Destroy
+        // The count is the socket's running total: the batch's last says it all.
+        long drops = DropCount(msgs[n - 1].msg_hdr);
+        if (drops >= 0 && static_cast<uint32_t>(drops) != impl->drops) {
+            g_udpDropped.fetch_add(static_cast<uint32_t>(drops) - impl->drops, std::memory_order_relaxed);
+            impl->drops = static_cast<uint32_t>(drops);
+        }
+        g_udpReceived.fetch_add(static_cast<unsigned long>(n), std::memory_order_relaxed);
+        for (int i = 0; i < n; ++i) {
+            int len = static_cast<int>(msgs[i].msg_len);
+            if (len > static_cast<int>(kDatagramMax)) len = static_cast<int>(kDatagramMax);
+            impl->count.fetch_add(1, std::memory_order_relaxed);
+            if (impl->callback != nullptr) impl->callback(impl->context, iovs[i].iov_base, len);
         }
     }
     return nullptr;
@@ -343,14 +335,13 @@ int CUDPBroadcast::Init(unsigned port, UDPRecvCallback callback, void* context) 
         close(fd);
         return e != 0 ? e : -1;
     }
-    int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wake < 0) {
+    const timeval wait{0, kPollMs * 1000};  // a blocked receive returns this often
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0) {
         int e = errno;
         close(fd);
         return e != 0 ? e : -1;
     }
     m_pImpl->fd = fd;
-    m_pImpl->wakeFd = wake;
     m_pImpl->port = ntohs(addr.sin_port);
     m_pImpl->callback = callback;
     m_pImpl->context = context;
@@ -390,10 +381,9 @@ void CUDPBroadcast::Destroy() {
             m_pImpl->threadStarted = false;
             return;
         }
-        uint64_t one = 1;
-        if (m_pImpl->wakeFd >= 0 && write(m_pImpl->wakeFd, &one, sizeof(one)) < 0) {
-            // the poll time-out still ends the loop
-        }
+        // Wakes a blocked receive (it returns 0); the receive time-out ends
+        // the wait all the same should this fail.
+        shutdown(m_pImpl->fd, SHUT_RD);
         pthread_join(m_pImpl->thread, nullptr);
         m_pImpl->threadStarted = false;
     }
