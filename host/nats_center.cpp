@@ -173,11 +173,13 @@ void CNatsCenter::Refuse(const std::string& why) {
     m_log("NATS: refused " + why);
 }
 
-IESBMessage* CNatsCenter::Decode(const std::string& data, const std::string& what) {
+IESBMessage* CNatsCenter::Decode(const std::string& data, const char* what, const std::string& subject,
+                                 const std::string& node) {
     hostemu::CHostMessage* msg = m_ctx.factory->NewMessage();
     if (data.empty() || msg->SetBuffer(data.data(), static_cast<int>(data.size())) != 0) {
         msg->Release();
-        Refuse(what + ": not a tikron message (" + std::to_string(data.size()) + " bytes)");
+        Refuse(what + subject + (node.empty() ? "" : " from " + node) + ": not a tikron message (" +
+               std::to_string(data.size()) + " bytes)");
         return nullptr;
     }
     return msg;
@@ -306,7 +308,7 @@ bool CNatsCenter::Synchronise(int function, const std::string& request) {
         // them overwrites the newer rows of the answer.
         if (!m_bus.CatchUp("tikron.pub.", 5000))
             m_log("NATS: publications still queued behind the synchronisation answer " + std::to_string(function));
-        msg = Decode(answer, "synchronisation answer from " + subject);
+        msg = Decode(answer, "synchronisation answer from ", subject);
         if (msg != nullptr && (ItemInt(msg, 3) != 1 || ItemInt(msg, 5) != function)) {
             msg->Release();
             msg = nullptr;
@@ -351,8 +353,8 @@ void CNatsCenter::Resynchronise(uint64_t round) {
 
 void CNatsCenter::OnPublication(natsbus::BusMessage& m) {
     const std::vector<std::string> t = Tokens(m.subject);
-    if (m.node.empty()) return Refuse("publication on " + m.subject + ": no node identity header");
-    IESBMessage* msg = Decode(m.data, "publication on " + m.subject + " from " + m.node);
+    if (m.node.empty()) return Refuse("publication on " + m.subject + ": no node identity (subject or header)");
+    IESBMessage* msg = Decode(m.data, "publication on ", m.subject, m.node);
     if (msg == nullptr) return;
     const int function = ItemInt(msg, 5), issueType = ItemInt(msg, 53);
     const bool fits = t.size() == 6 && ItemInt(msg, 3) == 0 && t[3] == std::to_string(function) &&
@@ -376,7 +378,7 @@ void CNatsCenter::OnPublication(natsbus::BusMessage& m) {
 
 void CNatsCenter::OnRequest(natsbus::BusMessage& m) {
     if (m.reply.empty()) return Refuse("request on " + m.subject + " without a reply subject");
-    IESBMessage* msg = Decode(m.data, "request on " + m.subject + " from " + m.node);
+    IESBMessage* msg = Decode(m.data, "request on ", m.subject, m.node);
     if (msg == nullptr) return;
     const int function = ItemInt(msg, 5);
     if (ItemInt(msg, 3) != 0 || !(IsQueryFunction(function) || IsSyncFunction(function))) {

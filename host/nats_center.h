@@ -120,7 +120,9 @@ private:
     void Resynchronise(uint64_t round);
     void OnStateChange(bool up);
     // Builds a plug-in message from an encoding; null (logged) when refused.
-    IESBMessage* Decode(const std::string& data, const std::string& what);
+    // A refusal names it "<what><subject>[ from <node>]", made only then.
+    IESBMessage* Decode(const std::string& data, const char* what, const std::string& subject,
+                        const std::string& node = std::string());
     int PostIntoPlugin(IESBMessage* msg, IMessageService* from);
     void Refuse(const std::string& why);
     std::string SyncSubject() const;
