@@ -24,8 +24,10 @@ protected:
         const unsigned long target = Hb()->m_ulPasses.load() + n;
         ASSERT_TRUE(WaitUntil([&] { return Hb()->m_ulPasses.load() >= target; }, 1500 * static_cast<int>(n) + 500));
     }
-    // Requests sent during the next `passes` passes, by packet id 1..3.
+    // Requests sent during the next `passes` whole passes, by packet id
+    // 1..3 (counted from the end of a pass, so none is cut in two).
     std::vector<size_t> SentDuring(unsigned long passes) {
+        WaitPasses(1);
         auto sent = [&] {
             std::vector<size_t> n(3);
             for (auto& m : host_->Center().Messages())
