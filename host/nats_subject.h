@@ -17,7 +17,8 @@
 
 namespace natsbus {
 
-// Header names carried by every message of a node.
+// Header names: the sender (on every message but a publication that fits one
+// message, whose subject names it) and the chunk tag.
 constexpr const char* kNodeHeader = "Tikron-Node";    // AppName#AppID of the sender
 constexpr const char* kChunkHeader = "Tikron-Chunk";  // "<index>/<count>/<id>" of a chunk
 
