@@ -260,12 +260,12 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
 }
 
 const std::string& CNatsCenter::KeyTextOf(const void* packed, int len) {
-    std::string raw(static_cast<const char*>(packed), packed != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
-    auto it = m_keyTexts.find(raw);
+    // The lookup key is copied into a kept buffer: no allocation on a hit.
+    m_keyRaw.assign(static_cast<const char*>(packed), packed != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
+    auto it = m_keyTexts.find(m_keyRaw);
     if (it != m_keyTexts.end()) return it->second;
     if (m_keyTexts.size() >= kKeyCacheLimit) m_keyTexts.clear();
-    std::string text = natsbus::KeyText(packed, len);
-    return m_keyTexts.emplace(std::move(raw), std::move(text)).first->second;
+    return m_keyTexts.emplace(m_keyRaw, natsbus::KeyText(packed, len)).first->second;
 }
 
 void CNatsCenter::Subscribe(int issueType, int packetId) {

@@ -15,8 +15,8 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <unordered_map>
 #include <thread>
+#include <unordered_map>
 
 #include <nlohmann/json.hpp>
 
@@ -138,6 +138,7 @@ private:
     natsbus::CNatsBus m_bus;
     std::atomic<bool> m_attached{false};
     std::unordered_map<std::string, std::string> m_keyTexts;
+    std::string m_keyRaw;  // KeyTextOf's lookup key
     CTaskThread m_subscriber, m_syncer;
 
     std::mutex m_mutex;

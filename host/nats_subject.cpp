@@ -1,13 +1,16 @@
 #include "host/nats_subject.h"
 
 #include <charconv>
-#include <cstdio>
+#include <cstring>
 
 #include "host/host_pack.h"
 
 namespace natsbus {
 
 namespace {
+
+constexpr const char* kPubPrefix = "tikron.pub.";
+constexpr const char* kJsonPrefix = "tikron.json.";
 
 bool Plain(unsigned char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '-';
@@ -83,11 +86,11 @@ bool UnToken(const std::string& token, std::string* raw) {
 }
 
 std::string PublicationSubject(const std::string& node, int function, int issueType, const std::string& key) {
-    return NodeSubject("tikron.pub.", node, function, issueType, key);
+    return NodeSubject(kPubPrefix, node, function, issueType, key);
 }
 
 std::string JsonSubject(const std::string& node, int function, int issueType, const std::string& key) {
-    return NodeSubject("tikron.json.", node, function, issueType, key);
+    return NodeSubject(kJsonPrefix, node, function, issueType, key);
 }
 
 std::string SubscriptionSubject(int issueType) {
@@ -101,13 +104,10 @@ std::string GroupControlSubject(const std::string& group) { return "tikron.ctl.g
 std::string IdentitySubject(const std::string& node) { return "tikron.id." + Token(node); }
 
 std::string SubjectNode(const std::string& subject) {
-    size_t start;
-    if (subject.rfind("tikron.pub.", 0) == 0)
-        start = 11;
-    else if (subject.rfind("tikron.json.", 0) == 0)
-        start = 12;
-    else
-        return "";
+    size_t start = 0;
+    for (const char* prefix : {kPubPrefix, kJsonPrefix})
+        if (subject.rfind(prefix, 0) == 0) start = strlen(prefix);
+    if (start == 0) return "";
     const size_t dot = subject.find('.', start);
     std::string node;
     if (!UnToken(subject.substr(start, dot == std::string::npos ? std::string::npos : dot - start), &node)) return "";
