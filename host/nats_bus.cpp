@@ -106,6 +106,7 @@ int CNatsBus::Connect(const BusOptions& options, std::string* error) {
     if (s == NATS_OK) s = natsOptions_SetMaxReconnect(o, -1);
     if (s == NATS_OK) s = natsOptions_SetReconnectWait(o, m_opt.reconnectWaitMs);
     if (s == NATS_OK) s = natsOptions_SetReconnectBufSize(o, m_opt.reconnectBufBytes);
+    if (s == NATS_OK) s = natsOptions_SetIOBufSize(o, m_opt.ioBufBytes);
     if (s == NATS_OK) s = natsOptions_SetMaxPendingMsgs(o, m_opt.pendingMsgs);
     if (s == NATS_OK) s = natsOptions_SetNoEcho(o, true);  // a node never hears itself
     if (s == NATS_OK) s = natsOptions_SetDisconnectedCB(o, BusCallbacks::OnDisconnected, this);
@@ -189,11 +190,14 @@ int CNatsBus::PublishOne(const std::string& subject, const std::string& reply, c
 }
 
 int CNatsBus::Publish(const std::string& subject, std::string_view data) {
-    if (m_nc == nullptr || m_closing || data.size() > ChunkLimit()) return Send(subject, "", data);
+    if (m_nc == nullptr || m_closing || (m_opt.maxChunkBytes != 0 && data.size() > m_opt.maxChunkBytes))
+        return Send(subject, "", data);
     const natsStatus s = natsConnection_Publish(m_nc, subject.c_str(), data.data(), static_cast<int>(data.size()));
+    // Above the server's limit: whole, in chunks (libnats checks the limit
+    // itself, so the common case asks nothing of the connection first).
+    if (s == NATS_MAX_PAYLOAD) return Send(subject, "", data);
     int r = BUS_OK;
     if (s == NATS_INSUFFICIENT_BUFFER || s == NATS_CONNECTION_CLOSED) r = BUS_NOT_CONNECTED;
-    else if (s == NATS_MAX_PAYLOAD) r = BUS_TOO_LARGE;
     else if (s != NATS_OK) r = BUS_FAILED;
     return Count(r, subject, data.size());
 }

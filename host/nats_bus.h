@@ -32,6 +32,7 @@ struct BusOptions {
     std::string node;                     // identity sent in every message's header
     std::string name = "tikron";          // connection name shown by the server
     int reconnectBufBytes = 8 << 20;      // libnats buffer while disconnected; beyond it Send drops
+    int ioBufBytes = 1 << 20;             // libnats write buffer: the publisher appends, its flusher writes
     size_t maxChunkBytes = 0;             // 0: the server's max_payload less header room
     int reconnectWaitMs = 200;
     int connectTimeoutMs = 2000;

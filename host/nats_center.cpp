@@ -211,8 +211,7 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
             p = it->second;
             m_pending.erase(it);
         }
-        msg.Message()->GetItem(11)->SetInt(p.packetId, 0);
-        msg.Changed();
+        msg.SetPacketId(p.packetId);
         const auto e = msg.Encoded();
         m_bus.Send(p.reply, "", std::string_view(e.first, e.second));
         ++m_answers;

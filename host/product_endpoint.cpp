@@ -4,31 +4,44 @@
 
 namespace product {
 
-int COutgoing::Int(int tag) const {
-    IESBMessageItem* item = m_msg->GetItem(tag);
-    return item != nullptr ? item->GetInt(0) : 0;
+void OutgoingRecord::Capture(IESBMessage* msg, const void* encoded, int len) {
+    bytes.assign(static_cast<const char*>(encoded), encoded != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
+    auto value = [msg](int tag) {
+        IESBMessageItem* item = msg->GetItem(tag);
+        return item != nullptr ? item->GetInt(0) : 0;
+    };
+    packetType = value(3);
+    function = value(5);
+    packetId = value(11);
+    issueType = value(53);
+    IESBMessageItem* item = msg->GetItem(54);
+    int keyLen = 0;
+    const void* k = item != nullptr ? item->GetRawData(&keyLen, 0) : nullptr;
+    key.assign(static_cast<const char*>(k), k != nullptr && keyLen > 0 ? static_cast<size_t>(keyLen) : 0);
 }
 
-std::pair<const void*, int> COutgoing::Raw(int tag) const {
-    IESBMessageItem* item = m_msg->GetItem(tag);
-    int len = 0;
-    const void* data = item != nullptr ? item->GetRawData(&len, 0) : nullptr;
-    return {data, data != nullptr ? len : 0};
-}
-
-std::pair<const char*, size_t> COutgoing::Encoded() {
-    if (m_encoded == nullptr) {
-        int len = 0;
-        m_encoded = static_cast<const char*>(m_msg->GetBuffer(&len));
-        m_encodedLen = m_encoded != nullptr && len > 0 ? static_cast<size_t>(len) : 0;
+int COutgoing::Int(int tag) {
+    switch (tag) {
+        case 3: return m_rec.packetType;
+        case 5: return m_rec.function;
+        case 11: return m_rec.packetId;
+        case 53: return m_rec.issueType;
+        default: return Snapshot().Int(tag);
     }
-    return {m_encoded, m_encodedLen};
+}
+
+std::pair<const void*, int> COutgoing::Raw(int tag) {
+    if (tag == 54)
+        return {m_rec.key.empty() ? nullptr : m_rec.key.data(), static_cast<int>(m_rec.key.size())};
+    const auto& items = Snapshot().items;
+    auto it = items.find(tag);
+    if (it == items.end() || it->second.raw.empty()) return {nullptr, 0};
+    return {it->second.raw.data(), static_cast<int>(it->second.raw.size())};
 }
 
 const hostemu::MessageSnapshot& COutgoing::Snapshot() {
     if (!m_haveSnapshot) {
-        const auto e = Encoded();
-        if (e.first == nullptr || hostemu::DecodeMessage(e.first, static_cast<int>(e.second), &m_snapshot) != 0)
+        if (hostemu::DecodeMessage(m_rec.bytes.data(), static_cast<int>(m_rec.bytes.size()), &m_snapshot) != 0)
             m_snapshot = hostemu::MessageSnapshot();
         m_haveSnapshot = true;
     }
@@ -43,10 +56,18 @@ const std::string& COutgoing::Line() {
     return m_line;
 }
 
-void COutgoing::Changed() {
-    m_encoded = nullptr;
-    m_encodedLen = 0;
-    m_haveSnapshot = m_haveLine = false;
+void COutgoing::SetPacketId(int id) {
+    Snapshot();
+    hostemu::MessageSnapshot& s = m_snapshot;
+    std::vector<hostemu::ItemValue>& values = s.items[11].values;
+    if (values.empty()) values.resize(1);
+    values[0].kind = hostemu::ItemValue::Int;
+    values[0].i = id;
+    values[0].s.clear();
+    const std::vector<char> bytes = hostemu::EncodeMessage(s);
+    m_rec.bytes.assign(bytes.data(), bytes.size());
+    m_rec.packetId = id;
+    m_haveLine = false;
 }
 
 void COutbox::Start(Handler handler, BatchDone batchDone, Logger log, int lingerUs) {
@@ -74,51 +95,55 @@ void COutbox::Stop(int drainMs) {
 }
 
 bool COutbox::Push(IESBMessage* msg) {
+    // Encoded on the posting thread, outside the lock; copied under it.
+    int len = 0;
+    const void* encoded = msg->GetBuffer(&len);
+    bool taken = false, wake = false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_running && m_queue.size() < m_capacity) {
+        if (m_running && m_queued < m_capacity) {
+            if (m_queued == m_queue.size()) m_queue.emplace_back();
+            m_queue[m_queued].Capture(msg, encoded, len);
             // The writer takes the whole queue per wake-up: only the first
             // message after an empty queue needs to wake it.
-            const bool wake = m_queue.empty();
-            m_queue.push_back(msg);
-            if (m_queue.size() > m_highWater.load(std::memory_order_relaxed))
-                m_highWater.store(m_queue.size(), std::memory_order_relaxed);
-            if (wake) m_cond.notify_one();
-            return true;
+            wake = m_queued++ == 0;
+            if (m_queued > m_highWater.load(std::memory_order_relaxed))
+                m_highWater.store(m_queued, std::memory_order_relaxed);
+            taken = true;
         }
     }
-    ++m_dropped;
+    if (wake) m_cond.notify_one();
+    if (!taken) ++m_dropped;
     msg->Release();
-    return false;
+    return taken;
 }
 
 void COutbox::Run() {
-    std::deque<IESBMessage*> batch;
+    std::vector<OutgoingRecord> batch;
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
-        m_cond.wait(lock, [this] { return m_stop || !m_queue.empty(); });
-        if (m_queue.empty()) break;
+        m_cond.wait(lock, [this] { return m_stop || m_queued != 0; });
+        if (m_queued == 0) break;
         if (m_lingerUs > 0 && !m_stop)
             m_cond.wait_for(lock, std::chrono::microseconds(m_lingerUs), [this] { return m_stop; });
         batch.swap(m_queue);
+        const size_t count = m_queued;
+        m_queued = 0;
         lock.unlock();
         bool late = false;
-        size_t n = 0;
-        for (IESBMessage* m : batch) {
-            // Past the drain time of a stop, the rest is given back unhandled.
-            if (!late && ++n % 256 == 0) {
+        for (size_t n = 0; n < count; ++n) {
+            // Past the drain time of a stop, the rest is dropped unhandled.
+            if (!late && (n + 1) % 256 == 0) {
                 const int64_t end = m_drainEnd.load();
                 late = end != 0 && std::chrono::steady_clock::now().time_since_epoch().count() > end;
             }
             if (late) {
                 ++m_dropped;
             } else {
-                COutgoing out(m);
+                COutgoing out(batch[n]);
                 m_handler(out);
             }
-            m->Release();
         }
-        batch.clear();
         if (m_batchDone) m_batchDone();
         const uint64_t dropped = m_dropped.load();
         if (dropped != m_droppedLogged && m_log) {

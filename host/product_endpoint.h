@@ -3,46 +3,54 @@
 // (UDP consumer, workers); a CEndpoint only puts the message into its
 // bounded COutbox and returns, so those threads never wait for a file, the
 // network or a lock held long. The outbox's writer thread takes the
-// messages in order and hands each to the host as a COutgoing, which makes
-// the encoding, the snapshot and the JSON line at most once, when first
-// asked for.
+// messages in order and hands each to the host as a COutgoing. The encoding
+// and the items every message is asked for are taken when the message is
+// posted, on the posting thread where it is still in the cache, and the
+// message goes back to its factory at once: the writer reads one block per
+// message on its own core, and the pool stays as small as the plug-in's
+// own use. Snapshot and JSON line are made at most once, when asked for.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "frame/host_interfaces.h"
 #include "host/host_message.h"
 
 namespace product {
 
+// A message as posted: its encoding and the items read of every message.
+struct OutgoingRecord {
+    std::string bytes;  // the encoding (host/README.md)
+    std::string key;    // raw block of item 54 (empty: none)
+    int packetType = 0, function = 0, packetId = 0, issueType = 0;  // items 3, 5, 11, 53
+    void Capture(IESBMessage* msg, const void* encoded, int len);
+};
+
 class COutgoing {
 public:
-    explicit COutgoing(IESBMessage* msg) : m_msg(msg) {}
-    IESBMessage* Message() const { return m_msg; }
+    explicit COutgoing(OutgoingRecord& record) : m_rec(record) {}
     // Value 0 of an item; 0 when absent.
-    int Int(int tag) const;
+    int Int(int tag);
     // The raw block of an item (null, 0 when absent).
-    std::pair<const void*, int> Raw(int tag) const;
-    // The message's encoding (host/README.md), valid until Changed().
-    std::pair<const char*, size_t> Encoded();
+    std::pair<const void*, int> Raw(int tag);
+    // The message's encoding (host/README.md).
+    std::pair<const char*, size_t> Encoded() const { return {m_rec.bytes.data(), m_rec.bytes.size()}; }
     const hostemu::MessageSnapshot& Snapshot();
     // The JSON line (README, "JSON line format"), without the line feed.
     const std::string& Line();
-    // The message was changed: encoding, snapshot and line are made anew.
-    void Changed();
+    // Item 11 (packet id) set to `id`: encoding, snapshot and line follow.
+    void SetPacketId(int id);
 
 private:
-    IESBMessage* m_msg;
-    const char* m_encoded = nullptr;
-    size_t m_encodedLen = 0;
+    OutgoingRecord& m_rec;
     bool m_haveSnapshot = false, m_haveLine = false;
     hostemu::MessageSnapshot m_snapshot;
     std::string m_line;
@@ -69,9 +77,9 @@ public:
     // counted as dropped and logged), then ends the writer thread. Messages
     // posted afterwards are released and counted as dropped.
     void Stop(int drainMs = kStopDrainMs);
-    // Never blocks beyond the queue's lock. False when the queue is full or
-    // the writer stopped: the message is released and counted; the writer
-    // logs the count.
+    // Never blocks beyond the queue's lock; the message is released before
+    // it returns. False when the queue is full or the writer stopped: the
+    // message is counted as dropped; the writer logs the count.
     bool Push(IESBMessage* msg);
 
     uint64_t Dropped() const { return m_dropped.load(); }
@@ -92,7 +100,11 @@ private:
     Logger m_log;
     std::mutex m_mutex;
     std::condition_variable m_cond;
-    std::deque<IESBMessage*> m_queue;
+    // Records are kept and reused (their strings keep their storage): the
+    // writer swaps m_queue with its batch, the posting side refills the
+    // batch it gets back.
+    std::vector<OutgoingRecord> m_queue;
+    size_t m_queued = 0;
     bool m_running = false, m_stop = false;
     std::atomic<int64_t> m_drainEnd{0};  // steady clock ticks; 0: not stopping
     std::thread m_thread;
