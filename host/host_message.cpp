@@ -315,12 +315,12 @@ int CHostMessage::Release() {
 
 CHostMessageItem* CHostMessage::NewItem(int tag) {
     const bool direct = tag >= 0 && tag < kDirectTags;
-    if (!direct)
-        for (auto& kv : m_items)
-            if (kv.first == tag) return kv.second.get();
+    auto at = std::lower_bound(m_items.begin(), m_items.end(), tag,
+                               [](const auto& kv, int t) { return kv.first < t; });
+    if (!direct && at != m_items.end() && at->first == tag) return at->second.get();
     auto* item = new CHostMessageItem(this);
     item->m_generation = m_generation;
-    m_items.emplace_back(tag, std::unique_ptr<CHostMessageItem>(item));
+    m_items.emplace(at, tag, std::unique_ptr<CHostMessageItem>(item));
     if (direct) m_direct[tag] = item;
     return item;
 }
@@ -343,26 +343,37 @@ MessageSnapshot CHostMessage::Snapshot() const {
     return s;
 }
 
+size_t CHostMessage::EncodedSize() const {
+    size_t size = 8;
+    for (const auto& kv : m_items)
+        if (!kv.second->Empty()) size += ItemSize(kv.second->m_values.data(), kv.second->m_count, kv.second->m_rawLen);
+    return size;
+}
+
+void CHostMessage::EncodeAt(char* p) const {
+    // Straight from the items, which are kept in tag order: the same bytes
+    // as EncodeMessage of the Snapshot, without a copy of the message.
+    size_t used = 0;
+    for (const auto& kv : m_items) used += kv.second->Empty() ? 0 : 1;
+    p = PutHeader(p, used);
+    for (const auto& kv : m_items) {
+        const CHostMessageItem& item = *kv.second;
+        if (!item.Empty()) p = PutItem(p, kv.first, item.m_values.data(), item.m_count, item.m_raw.data(), item.m_rawLen);
+    }
+}
+
 const void* CHostMessage::GetBuffer(int* len) {
     NoteUse();
-    // Straight from the items in tag order, into storage kept across calls:
-    // no copy of the message on the way (the same bytes as EncodeMessage of
-    // its Snapshot).
-    std::vector<std::pair<int, const CHostMessageItem*>> used;
-    used.reserve(m_items.size());
-    for (const auto& kv : m_items)
-        if (!kv.second->Empty()) used.emplace_back(kv.first, kv.second.get());
-    std::sort(used.begin(), used.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    size_t size = 8;
-    for (const auto& u : used) size += ItemSize(u.second->m_values.data(), u.second->m_count, u.second->m_rawLen);
-    m_encoded.resize(size);
-    char* p = PutHeader(m_encoded.data(), used.size());
-    for (const auto& u : used) {
-        const CHostMessageItem& item = *u.second;
-        p = PutItem(p, u.first, item.m_values.data(), item.m_count, item.m_raw.data(), item.m_rawLen);
-    }
+    m_encoded.resize(EncodedSize());
+    EncodeAt(m_encoded.data());
     if (len != nullptr) *len = static_cast<int>(m_encoded.size());
     return m_encoded.data();
+}
+
+void CHostMessage::EncodeTo(std::string* out) const {
+    NoteUse();
+    out->resize(EncodedSize());
+    EncodeAt(&(*out)[0]);
 }
 
 void CHostMessage::ClearAll() {

@@ -141,6 +141,9 @@ public:
     int SetBuffer(const void* buf, int len) override;
 
     MessageSnapshot Snapshot() const;
+    // The GetBuffer encoding written into `out` (resized to it), without
+    // the message's own copy: for a host that keeps the bytes itself.
+    void EncodeTo(std::string* out) const;
     bool IsReleased() const { return m_released.load(); }
     uint64_t Serial() const { return m_serial; }
     void ClearAll();
@@ -156,6 +159,9 @@ private:
         return NewItem(tag);
     }
     CHostMessageItem* NewItem(int tag);
+    // Size of the encoding, and the encoding written at p (that size).
+    size_t EncodedSize() const;
+    void EncodeAt(char* p) const;
     static void SetIntQuiet(CHostMessageItem* item, int value);
 
     IMessageOwner* m_factory;
@@ -165,9 +171,9 @@ private:
     // empty and is reset when next touched, so clearing a pooled message
     // costs the same however many items it ever had.
     uint32_t m_generation = 1;
-    // Only the tags ever used on this object, in first-use order. Items are
-    // never removed (pointers handed out stay valid while the message is
-    // pooled).
+    // Only the tags ever used on this object, in tag order (the order of
+    // the encoding). Items are never removed (pointers handed out stay valid
+    // while the message is pooled).
     std::vector<std::pair<int, std::unique_ptr<CHostMessageItem>>> m_items;
     // The same items of the common low tags by tag, found without a scan.
     static constexpr int kDirectTags = 128;

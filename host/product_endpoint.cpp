@@ -4,8 +4,15 @@
 
 namespace product {
 
-void OutgoingRecord::Capture(IESBMessage* msg, const void* encoded, int len) {
-    bytes.assign(static_cast<const char*>(encoded), encoded != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
+void OutgoingRecord::Capture(IESBMessage* msg) {
+    // The emulator's messages encode straight into the record.
+    if (auto* own = dynamic_cast<hostemu::CHostMessage*>(msg)) {
+        own->EncodeTo(&bytes);
+    } else {
+        int len = 0;
+        const void* encoded = msg->GetBuffer(&len);
+        bytes.assign(static_cast<const char*>(encoded), encoded != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
+    }
     auto value = [msg](int tag) {
         IESBMessageItem* item = msg->GetItem(tag);
         return item != nullptr ? item->GetInt(0) : 0;
@@ -95,15 +102,12 @@ void COutbox::Stop(int drainMs) {
 }
 
 bool COutbox::Push(IESBMessage* msg) {
-    // Encoded on the posting thread, outside the lock; copied under it.
-    int len = 0;
-    const void* encoded = msg->GetBuffer(&len);
     bool taken = false, wake = false;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_running && m_queued < m_capacity) {
             if (m_queued == m_queue.size()) m_queue.emplace_back();
-            m_queue[m_queued].Capture(msg, encoded, len);
+            m_queue[m_queued].Capture(msg);  // short: the writer takes this lock only to swap
             // The writer takes the whole queue per wake-up: only the first
             // message after an empty queue needs to wake it.
             wake = m_queued++ == 0;

@@ -31,7 +31,7 @@ struct OutgoingRecord {
     std::string bytes;  // the encoding (host/README.md)
     std::string key;    // raw block of item 54 (empty: none)
     int packetType = 0, function = 0, packetId = 0, issueType = 0;  // items 3, 5, 11, 53
-    void Capture(IESBMessage* msg, const void* encoded, int len);
+    void Capture(IESBMessage* msg);
 };
 
 class COutgoing {
