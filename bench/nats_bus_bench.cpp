@@ -13,7 +13,7 @@
 //      the emulated center);
 //   3. whole-table synchronisation of 10,000 contracts: a late node's start
 //      until its tables hold every contract.
-// Run: build/release/bench/nats_bus_bench [seconds-per-trial [efficiency [rate]|latency|sync]]
+// Run: build/release/bench/nats_bus_bench [seconds-per-trial [efficiency [rate [off|on]]|latency|sync]]
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -475,6 +475,7 @@ int main(int argc, char** argv) {
     if (argc > 1) g_trial = atof(argv[1]) > 0 ? atof(argv[1]) : g_trial;
     const std::string only = argc > 2 ? argv[2] : "";
     if (only == "efficiency" && argc > 3) g_fixedRate = atof(argv[3]);
+    const std::string form = only == "efficiency" && argc > 4 ? argv[4] : "";  // "off" or "on": that form only
     auto runs = [&only](const char* part) { return only.empty() || only == part; };
     const int port = FreePort(SOCK_STREAM);
     const testing_support::TempDir tsdir;
@@ -486,7 +487,7 @@ int main(int argc, char** argv) {
 
     if (runs("efficiency")) printf("bus efficiency (trials of %.1f s, %d contracts)\n", g_trial, kContracts);
     for (bool json : {false, true}) {
-        if (!runs("efficiency")) continue;
+        if (!runs("efficiency") || (!form.empty() && form != (json ? "on" : "off"))) continue;
         double per = 0;
         Traffic sample;
         bool senderBound = false;

@@ -1,6 +1,8 @@
 #include "host/product_json.h"
 
 #include <cerrno>
+#include <charconv>
+#include <string_view>
 #include <iconv.h>
 
 #include "host/host_log.h"
@@ -78,7 +80,7 @@ namespace {
 
 // True when the text is well-formed UTF-8 (no overlong forms, no
 // surrogates), as the library's own check takes it.
-bool ValidUtf8(const std::string& s) {
+bool ValidUtf8(std::string_view s) {
     const size_t size = s.size();
     for (size_t i = 0; i < size;) {
         const unsigned char c = static_cast<unsigned char>(s[i]);
@@ -113,9 +115,9 @@ bool ValidUtf8(const std::string& s) {
 
 // A JSON string as the library writes it (escapes of '"', '\\' and control
 // bytes); text that is not UTF-8 is left to the library's replacement.
-void PutString(std::string& out, const std::string& utf8) {
+void PutString(std::string& out, std::string_view utf8) {
     if (!ValidUtf8(utf8)) {
-        out += json(utf8).dump(-1, ' ', false, json::error_handler_t::replace);
+        out += json(std::string(utf8)).dump(-1, ' ', false, json::error_handler_t::replace);
         return;
     }
     static const char kHex[] = "0123456789abcdef";
@@ -124,7 +126,7 @@ void PutString(std::string& out, const std::string& utf8) {
     for (size_t i = 0; i < utf8.size(); ++i) {
         const unsigned char c = static_cast<unsigned char>(utf8[i]);
         if (c >= 0x20 && c != '"' && c != '\\') continue;
-        out.append(utf8, plain, i - plain);
+        out.append(utf8.substr(plain, i - plain));
         plain = i + 1;
         switch (c) {
             case '"': out += "\\\""; break;
@@ -140,7 +142,7 @@ void PutString(std::string& out, const std::string& utf8) {
                 out.push_back(kHex[c & 15]);
         }
     }
-    out.append(utf8, plain, std::string::npos);
+    out.append(utf8.substr(plain));
     out.push_back('"');
 }
 
@@ -151,7 +153,11 @@ void PutGbk(std::string& out, const std::string& gbk) {
     PutString(out, gbk);
 }
 
-void PutInt(std::string& out, long long v) { out += std::to_string(v); }
+void PutInt(std::string& out, long long v) {
+    char digits[24];
+    const auto r = std::to_chars(digits, digits + sizeof digits, v);
+    out.append(digits, static_cast<size_t>(r.ptr - digits));
+}
 
 void PutCell(std::string& out, const hostemu::PackCell& c) {
     switch (c.kind) {
@@ -168,7 +174,9 @@ void PutCell(std::string& out, const hostemu::PackCell& c) {
     }
 }
 
-void PutRawItem(std::string& out, const std::vector<char>& raw) {
+void PutRawItem(std::string& out, const std::vector<char>* item) {
+    static const std::vector<char> kNone;
+    const std::vector<char>& raw = item != nullptr ? *item : kNone;
     hostemu::PackedBody body;
     if (raw.empty()) {
         out += "null";
@@ -186,7 +194,7 @@ void PutRawItem(std::string& out, const std::vector<char>& raw) {
         out += i == 0 ? "{\"name\":" : ",{\"name\":";
         PutGbk(out, c.name);
         out += ",\"type\":";
-        PutString(out, std::string(1, c.type));
+        PutString(out, std::string_view(&c.type, 1));
         out += ",\"width\":";
         PutInt(out, c.width);
         out += ",\"scale\":";
@@ -208,8 +216,15 @@ void PutRawItem(std::string& out, const std::vector<char>& raw) {
 }  // namespace
 
 std::string MessageLine(const hostemu::MessageSnapshot& msg) {
+    // Key and body read in place (the accessors copy).
+    auto rawOf = [&msg](int tag) -> const std::vector<char>* {
+        auto it = msg.items.find(tag);
+        return it == msg.items.end() ? nullptr : &it->second.raw;
+    };
+    const std::vector<char>* key = rawOf(54);
+    const std::vector<char>* body = rawOf(8);
     std::string out;
-    out.reserve(256 + 2 * (msg.Body().size() + msg.Key().size()));
+    out.reserve(256 + 2 * ((body ? body->size() : 0) + (key ? key->size() : 0)));
     out += "{\"function\":";
     PutInt(out, msg.FunctionNo());
     out += ",\"packet_type\":";
@@ -219,9 +234,9 @@ std::string MessageLine(const hostemu::MessageSnapshot& msg) {
     out += ",\"packet_id\":";
     PutInt(out, msg.PacketId());
     out += ",\"key\":";
-    PutRawItem(out, msg.Key());
+    PutRawItem(out, key);
     out += ",\"body\":";
-    PutRawItem(out, msg.Body());
+    PutRawItem(out, body);
     if (msg.ErrorFlag() != 0 || msg.ErrorNo() != 0) {
         out += ",\"error_no\":";
         PutInt(out, msg.ErrorNo());
