@@ -147,6 +147,9 @@ void COutbox::Run() {
                 COutgoing out(batch[n]);
                 m_handler(out);
             }
+            // Records are reused; one that carried a whole-table answer
+            // does not keep megabytes for the quotes after it.
+            if (batch[n].bytes.capacity() > kKeepRecordBytes) std::string().swap(batch[n].bytes);
         }
         if (m_batchDone) m_batchDone();
         const uint64_t dropped = m_dropped.load();

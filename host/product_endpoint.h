@@ -87,6 +87,8 @@ public:
 
     // About a second of a busy feed (three publications per datagram).
     static constexpr size_t kDefaultCapacity = 65536;
+    // A record's storage kept for reuse at most (larger: freed after use).
+    static constexpr size_t kKeepRecordBytes = 64 * 1024;
     // A stopping host exits promptly even behind a backlog.
     static constexpr int kStopDrainMs = 500;
 
