@@ -116,34 +116,51 @@ bool ValidUtf8(std::string_view s) {
 // A JSON string as the library writes it (escapes of '"', '\\' and control
 // bytes); text that is not UTF-8 is left to the library's replacement.
 void PutString(std::string& out, std::string_view utf8) {
-    if (!ValidUtf8(utf8)) {
+    // One pass for the room the escapes take (and whether any byte is not
+    // ASCII), then the text written in place: the \x01-separated quote
+    // texts have an escape every few bytes.
+    size_t extra = 0;
+    bool ascii = true;
+    for (unsigned char c : utf8) {
+        if (c < 0x20)
+            extra += c == '\b' || c == '\f' || c == '\n' || c == '\r' || c == '\t' ? 1 : 5;
+        else if (c == '"' || c == '\\')
+            extra += 1;
+        else if (c >= 0x80)
+            ascii = false;
+    }
+    if (!ascii && !ValidUtf8(utf8)) {
         out += json(std::string(utf8)).dump(-1, ' ', false, json::error_handler_t::replace);
         return;
     }
     static const char kHex[] = "0123456789abcdef";
-    out.push_back('"');
-    size_t plain = 0;  // start of the run copied as it is
-    for (size_t i = 0; i < utf8.size(); ++i) {
-        const unsigned char c = static_cast<unsigned char>(utf8[i]);
-        if (c >= 0x20 && c != '"' && c != '\\') continue;
-        out.append(utf8.substr(plain, i - plain));
-        plain = i + 1;
+    const size_t at = out.size();
+    out.resize(at + utf8.size() + extra + 2);
+    char* p = &out[at];
+    *p++ = '"';
+    for (unsigned char c : utf8) {
+        if (c >= 0x20 && c != '"' && c != '\\') {
+            *p++ = static_cast<char>(c);
+            continue;
+        }
+        *p++ = '\\';
         switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '\b': out += "\\b"; break;
-            case '\f': out += "\\f"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"': *p++ = '"'; break;
+            case '\\': *p++ = '\\'; break;
+            case '\b': *p++ = 'b'; break;
+            case '\f': *p++ = 'f'; break;
+            case '\n': *p++ = 'n'; break;
+            case '\r': *p++ = 'r'; break;
+            case '\t': *p++ = 't'; break;
             default:
-                out += "\\u00";
-                out.push_back(kHex[c >> 4]);
-                out.push_back(kHex[c & 15]);
+                *p++ = 'u';
+                *p++ = '0';
+                *p++ = '0';
+                *p++ = kHex[c >> 4];
+                *p++ = kHex[c & 15];
         }
     }
-    out.append(utf8.substr(plain));
-    out.push_back('"');
+    *p = '"';
 }
 
 // A GBK text as a JSON string; ASCII needs no conversion.
