@@ -219,8 +219,7 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
     }
     if (packetType != 0) return false;
     if (function == kPublishFunction || function == kReportFunction) {
-        const auto key = msg.Raw(54);
-        const std::string& keyText = KeyTextOf(key.first, key.second);
+        const std::string& keyText = KeyTextOf(msg.Key());
         const int issueType = msg.Int(53);
         const auto e = msg.Encoded();
         m_bus.Publish(natsbus::PublicationSubject(m_set.node, function, issueType, keyText),
@@ -250,7 +249,7 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
         });
         return true;
     }
-    if (m_ctx.subscribeFunctions.count(function) != 0 && msg.Raw(54).second > 0) {
+    if (m_ctx.subscribeFunctions.count(function) != 0 && !msg.Key().empty()) {
         const int issueType = msg.Int(53), packetId = msg.Int(11);
         m_subscriber.Push([this, issueType, packetId] { Subscribe(issueType, packetId); });
         return true;
@@ -258,13 +257,11 @@ bool CNatsCenter::OnPluginMessage(COutgoing& msg) {
     return false;
 }
 
-const std::string& CNatsCenter::KeyTextOf(const void* packed, int len) {
-    // The lookup key is copied into a kept buffer: no allocation on a hit.
-    m_keyRaw.assign(static_cast<const char*>(packed), packed != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
-    auto it = m_keyTexts.find(m_keyRaw);
+const std::string& CNatsCenter::KeyTextOf(const std::string& packed) {
+    auto it = m_keyTexts.find(packed);
     if (it != m_keyTexts.end()) return it->second;
     if (m_keyTexts.size() >= kKeyCacheLimit) m_keyTexts.clear();
-    return m_keyTexts.emplace(m_keyRaw, natsbus::KeyText(packed, len)).first->second;
+    return m_keyTexts.emplace(packed, natsbus::KeyText(packed.data(), static_cast<int>(packed.size()))).first->second;
 }
 
 void CNatsCenter::Subscribe(int issueType, int packetId) {

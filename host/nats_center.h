@@ -128,7 +128,7 @@ private:
     std::string SyncSubject() const;
     // The subject token text of a packed key, from a cache of the keys seen
     // (writer thread only; emptied when it holds kKeyCacheLimit keys).
-    const std::string& KeyTextOf(const void* packed, int len);
+    const std::string& KeyTextOf(const std::string& packed);
     static constexpr size_t kKeyCacheLimit = 200000;
 
     NatsSettings m_set;
@@ -138,7 +138,6 @@ private:
     natsbus::CNatsBus m_bus;
     std::atomic<bool> m_attached{false};
     std::unordered_map<std::string, std::string> m_keyTexts;
-    std::string m_keyRaw;  // KeyTextOf's lookup key
     CTaskThread m_subscriber, m_syncer;
 
     std::mutex m_mutex;

@@ -38,8 +38,7 @@ int COutgoing::Int(int tag) {
 }
 
 std::pair<const void*, int> COutgoing::Raw(int tag) {
-    if (tag == 54)
-        return {m_rec.key.empty() ? nullptr : m_rec.key.data(), static_cast<int>(m_rec.key.size())};
+    if (tag == 54) return {Key().empty() ? nullptr : Key().data(), static_cast<int>(Key().size())};
     const auto& items = Snapshot().items;
     auto it = items.find(tag);
     if (it == items.end() || it->second.raw.empty()) return {nullptr, 0};

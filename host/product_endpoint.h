@@ -41,6 +41,8 @@ public:
     int Int(int tag);
     // The raw block of an item (null, 0 when absent).
     std::pair<const void*, int> Raw(int tag);
+    // Item 54 (the packed key) as posted; empty when absent.
+    const std::string& Key() const { return m_rec.key; }
     // The message's encoding (host/README.md).
     std::pair<const char*, size_t> Encoded() const { return {m_rec.bytes.data(), m_rec.bytes.size()}; }
     const hostemu::MessageSnapshot& Snapshot();

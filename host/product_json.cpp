@@ -192,13 +192,12 @@ void PutCell(std::string& out, const hostemu::PackCell& c) {
 }
 
 void PutRawItem(std::string& out, const std::vector<char>* item) {
-    static const std::vector<char> kNone;
-    const std::vector<char>& raw = item != nullptr ? *item : kNone;
-    hostemu::PackedBody body;
-    if (raw.empty()) {
+    if (item == nullptr || item->empty()) {
         out += "null";
         return;
     }
+    const std::vector<char>& raw = *item;
+    hostemu::PackedBody body;
     if (hostemu::DecodePacked(raw.data(), static_cast<int>(raw.size()), &body) != 0) {
         out += "{\"undecodable\":\"";
         AppendHex(out, raw.data(), raw.size());
